@@ -1,0 +1,10 @@
+package com.velmora.opc.jni.client.common;
+
+/** Receives a server's shutdown notice; called on a COM thread. */
+public interface ShutdownListener {
+    /** The server is going down; the reason may be null. */
+    void shutdownRequest(String reason);
+
+    /** The connection ended without a shutdown request and the native listener object is gone. */
+    void shutdownDeleted();
+}
