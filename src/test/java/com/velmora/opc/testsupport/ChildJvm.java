@@ -1,0 +1,112 @@
+package com.velmora.opc.testsupport;
+
+import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import com.velmora.opc.jni.NativeLibrary;
+import java.io.File;
+import java.io.IOException;
+import java.io.UncheckedIOException;
+import java.net.URISyntaxException;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.Set;
+import java.util.concurrent.TimeUnit;
+import java.util.regex.Pattern;
+import java.util.stream.Stream;
+
+/**
+ * Runs {@link ChildMain} in a separate JVM whose class path lacks the given main classes, to see
+ * what the native library does when a Java class it needs is missing. The child runs under
+ * -Xcheck:jni too; its JNI warnings fail the calling test.
+ */
+public final class ChildJvm {
+    private static final Pattern JNI_WARNING =
+            Pattern.compile("WARNING in native method|JNI local refs|exceeds capacity|FATAL ERROR in native method");
+
+    /** What the child printed (stdout and stderr together) and its exit code. */
+    public record Result(int exitCode, String output) {
+        public boolean printed(String line) {
+            return output.lines().anyMatch(l -> l.equals(line));
+        }
+    }
+
+    private ChildJvm() {}
+
+    /** Runs ChildMain with the mode, without the named classes (binary names) of the main class path. */
+    public static Result run(String mode, Set<String> missingClasses) {
+        Path classes = reducedCopy(codeSource(NativeLibrary.class), missingClasses);
+        try {
+            List<String> command = new ArrayList<>(List.of(
+                    Path.of(System.getProperty("java.home"), "bin", "java").toString(),
+                    "-Xcheck:jni",
+                    "-Dopc.library.path=" + TestSupport.nativeDir().getAbsolutePath(),
+                    "-Dopc.native.dir=" + TestSupport.nativeDir().getAbsolutePath()));
+            if (Runtime.version().feature() >= 16) command.add("--enable-native-access=ALL-UNNAMED");
+            command.addAll(List.of("-cp", classes + File.pathSeparator + codeSource(ChildMain.class),
+                    ChildMain.class.getName(), mode));
+            ProcessBuilder builder = new ProcessBuilder(command).redirectErrorStream(true);
+            builder.environment().put("LD_LIBRARY_PATH", TestSupport.nativeDir().getAbsolutePath());
+            Process process = builder.start();
+            process.getOutputStream().close();
+            byte[] out = process.getInputStream().readAllBytes();
+            assertTrue(process.waitFor(60, TimeUnit.SECONDS), "child JVM did not finish");
+            Result result = new Result(process.exitValue(), new String(out, StandardCharsets.UTF_8));
+            assertFalse(JNI_WARNING.matcher(result.output()).find(), () -> "JNI warning in child:\n" + result.output());
+            return result;
+        } catch (IOException e) {
+            throw new UncheckedIOException(e);
+        } catch (InterruptedException e) {
+            Thread.currentThread().interrupt();
+            throw new IllegalStateException(e);
+        } finally {
+            deleteTree(classes);
+        }
+    }
+
+    private static Path codeSource(Class<?> type) {
+        try {
+            return Path.of(type.getProtectionDomain().getCodeSource().getLocation().toURI());
+        } catch (URISyntaxException e) {
+            throw new IllegalStateException(e);
+        }
+    }
+
+    private static Path reducedCopy(Path root, Set<String> missingClasses) {
+        try {
+            Path copy = Files.createTempDirectory("opc-classes");
+            try (Stream<Path> files = Files.walk(root)) {
+                for (Path file : (Iterable<Path>) files::iterator) {
+                    Path target = copy.resolve(root.relativize(file).toString());
+                    if (Files.isDirectory(file)) {
+                        Files.createDirectories(target);
+                    } else if (!isMissing(root.relativize(file).toString(), missingClasses)) {
+                        Files.copy(file, target);
+                    }
+                }
+            }
+            return copy;
+        } catch (IOException e) {
+            throw new UncheckedIOException(e);
+        }
+    }
+
+    private static boolean isMissing(String relative, Set<String> missingClasses) {
+        String name = relative.replace(File.separatorChar, '.');
+        for (String missing : missingClasses) {
+            if (name.equals(missing + ".class") || name.startsWith(missing + "$")) return true;
+        }
+        return false;
+    }
+
+    private static void deleteTree(Path root) {
+        try (Stream<Path> files = Files.walk(root)) {
+            files.sorted((a, b) -> b.getNameCount() - a.getNameCount()).forEach(p -> p.toFile().delete());
+        } catch (IOException ignored) {
+            // a temporary folder left behind is harmless
+        }
+    }
+}

@@ -1,0 +1,57 @@
+package com.velmora.opc.testsupport;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+
+import java.util.LinkedHashMap;
+import java.util.Map;
+import org.junit.jupiter.api.extension.AfterEachCallback;
+import org.junit.jupiter.api.extension.BeforeEachCallback;
+import org.junit.jupiter.api.extension.ExtensionContext;
+
+/**
+ * Records the substrate's live allocations and live COM objects before each test and fails the test
+ * when they are not back to the same numbers after it: whatever a call allocated for its caller,
+ * the caller freed.
+ */
+public final class LedgerCheck implements BeforeEachCallback, AfterEachCallback {
+    private static final ExtensionContext.Namespace NS = ExtensionContext.Namespace.create(LedgerCheck.class);
+
+    /** The counts that must balance, by name. */
+    public static Map<String, Long> snapshot() {
+        Map<String, Long> counts = new LinkedHashMap<>();
+        counts.put("task memory blocks", TestSupport.ledgerLiveCount(TestSupport.TASK_MEMORY));
+        counts.put("BSTRs", TestSupport.ledgerLiveCount(TestSupport.BSTR));
+        counts.put("SAFEARRAYs", TestSupport.ledgerLiveCount(TestSupport.SAFEARRAY));
+        counts.put("probe objects", TestSupport.liveObjects());
+        counts.putAll(SimCounts.snapshot());
+        return counts;
+    }
+
+    @Override
+    public void beforeEach(ExtensionContext context) {
+        context.getStore(NS).put("before", snapshot());
+    }
+
+    @Override
+    public void afterEach(ExtensionContext context) {
+        @SuppressWarnings("unchecked")
+        Map<String, Long> before = context.getStore(NS).remove("before", Map.class);
+        if (before == null || context.getExecutionException().isPresent()) return;
+        assertEquals(before, awaitBalance(before), "live native resources after the test");
+    }
+
+    // Objects released on COM threads (callbacks, server timers) may need a moment to go.
+    private static Map<String, Long> awaitBalance(Map<String, Long> before) {
+        Map<String, Long> after = snapshot();
+        for (int i = 0; i < 50 && !after.equals(before); i++) {
+            try {
+                Thread.sleep(20);
+            } catch (InterruptedException e) {
+                Thread.currentThread().interrupt();
+                break;
+            }
+            after = snapshot();
+        }
+        return after;
+    }
+}
