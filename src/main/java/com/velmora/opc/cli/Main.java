@@ -1,0 +1,180 @@
+package com.velmora.opc.cli;
+
+import com.velmora.opc.OpcEnv;
+import com.velmora.opc.OpcException;
+import com.velmora.opc.client.DataSource;
+import com.velmora.opc.client.Group;
+import com.velmora.opc.client.Item;
+import com.velmora.opc.client.ItemValue;
+import com.velmora.opc.client.OpcClient;
+import com.velmora.opc.client.OpcServer;
+import com.velmora.opc.client.ServerStatus;
+import com.velmora.opc.jni.HresultException;
+import com.velmora.opc.jni.UnexpectedNativeException;
+import java.io.PrintStream;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.logging.Level;
+import java.util.logging.Logger;
+
+/**
+ * Command-line client.
+ *
+ * <pre>
+ *   opc [--server PROGID] [--host HOST] [--json] [--verbose] status
+ *   opc [--server PROGID] [--host HOST] [--json] [--verbose] read [--device|--cache] ITEM...
+ * </pre>
+ */
+public final class Main {
+    static final String DEFAULT_SERVER = "Velmora.Simulation.1";
+    static final int OK = 0;
+    static final int FAILED = 1;
+    static final int USAGE = 2;
+
+    private static final String USAGE_TEXT = String.join(System.lineSeparator(),
+            "usage: opc [--server PROGID] [--host HOST] [--json] [--verbose] COMMAND",
+            "commands:",
+            "  status                       the server's status",
+            "  read [--device|--cache] ITEM...   read items (from the cache by default)",
+            "options:",
+            "  --server PROGID   ProgID or braced CLSID of the server (default " + DEFAULT_SERVER + ")",
+            "  --host HOST       connect to the server on HOST instead of this host",
+            "  --json            print JSON instead of columns",
+            "  --verbose         show the library's log lines");
+
+    private Main() {}
+
+    public static void main(String[] args) {
+        int code = run(args, System.out, System.err);
+        System.out.flush();
+        System.exit(code);
+    }
+
+    /** Runs one command; returns the exit code. */
+    static int run(String[] args, PrintStream out, PrintStream err) {
+        Options options;
+        try {
+            options = Options.parse(args);
+        } catch (IllegalArgumentException e) {
+            err.println("opc: " + e.getMessage());
+            err.println(USAGE_TEXT);
+            return USAGE;
+        }
+        if (options.help) {
+            out.println(USAGE_TEXT);
+            return OK;
+        }
+        Logger.getLogger(OpcEnv.LOGGER_NAME).setLevel(options.verbose ? Level.ALL : Level.OFF);
+        try (OpcServer server = OpcClient.connect(options.server, options.host)) {
+            return switch (options.command) {
+                case "status" -> status(server, options, out);
+                case "read" -> read(server, options, out);
+                default -> throw new IllegalStateException(options.command);
+            };
+        } catch (HresultException e) {
+            err.println("opc: " + e.getOperation() + " failed: " + HresultException.describe(e.getHresult()));
+        } catch (OpcException | UnexpectedNativeException | IllegalStateException e) {
+            err.println("opc: " + e.getMessage());
+        } catch (UnsatisfiedLinkError e) {
+            err.println("opc: the native library could not be loaded: " + e.getMessage());
+        } catch (RuntimeException e) {
+            err.println("opc: " + e);
+        }
+        return FAILED;
+    }
+
+    private static int status(OpcServer server, Options options, PrintStream out) {
+        ServerStatus status = server.status();
+        List<String[]> rows = List.of(
+                new String[] {"server", server.name()},
+                new String[] {"state", status.state().words()},
+                new String[] {"vendor", String.valueOf(status.vendorInfo())},
+                new String[] {"version", status.version()},
+                new String[] {"start time", status.startTime().toString()},
+                new String[] {"current time", status.currentTime().toString()},
+                new String[] {"last update", status.lastUpdateTime().toString()},
+                new String[] {"groups", Long.toString(status.groupCount())},
+                new String[] {"band width", Long.toString(status.bandWidth())});
+        if (options.json) {
+            out.println(Json.object(rows));
+        } else {
+            Table.print(out, null, rows);
+        }
+        return OK;
+    }
+
+    private static int read(OpcServer server, Options options, PrintStream out) {
+        List<ItemValue> values;
+        try (Group group = server.addGroup("opc-cli", 1000)) {
+            List<Item> items = group.addItems(options.items.toArray(String[]::new));
+            values = group.read(options.source, items);
+        }
+        if (options.json) {
+            out.println(Json.values(values));
+        } else {
+            List<String[]> rows = new ArrayList<>();
+            for (ItemValue v : values) {
+                rows.add(v.isFailed()
+                        ? new String[] {v.itemId(), "error " + v.errorText(), "bad", "-"}
+                        : new String[] {v.itemId(), v.valueText(), v.qualityText(), String.valueOf(v.timestamp())});
+            }
+            Table.print(out, new String[] {"ITEM", "VALUE", "QUALITY", "TIMESTAMP"}, rows);
+        }
+        return values.stream().anyMatch(ItemValue::isFailed) ? FAILED : OK;
+    }
+
+    /** The parsed command line. */
+    static final class Options {
+        String server = DEFAULT_SERVER;
+        String host;
+        boolean json;
+        boolean verbose;
+        boolean help;
+        String command;
+        DataSource source = DataSource.CACHE;
+        final List<String> items = new ArrayList<>();
+
+        static Options parse(String[] args) {
+            Options o = new Options();
+            for (int i = 0; i < args.length; i++) {
+                String a = args[i];
+                switch (a) {
+                    case "--server" -> o.server = value(args, ++i, a);
+                    case "--host" -> o.host = value(args, ++i, a);
+                    case "--json" -> o.json = true;
+                    case "--verbose" -> o.verbose = true;
+                    case "--device" -> o.source = DataSource.DEVICE;
+                    case "--cache" -> o.source = DataSource.CACHE;
+                    case "-h", "--help" -> o.help = true;
+                    default -> {
+                        if (a.startsWith("--")) throw new IllegalArgumentException("unknown option " + a);
+                        if (o.command == null) {
+                            o.command = a;
+                        } else {
+                            o.items.add(a);
+                        }
+                    }
+                }
+            }
+            if (o.help) return o;
+            if (o.command == null) throw new IllegalArgumentException("no command given");
+            switch (o.command) {
+                case "status" -> {
+                    if (!o.items.isEmpty()) throw new IllegalArgumentException("status takes no arguments");
+                }
+                case "read" -> {
+                    if (o.items.isEmpty()) throw new IllegalArgumentException("read needs at least one item");
+                }
+                default -> throw new IllegalArgumentException("unknown command " + o.command);
+            }
+            return o;
+        }
+
+        private static String value(String[] args, int i, String option) {
+            if (i >= args.length || args[i].startsWith("--")) {
+                throw new IllegalArgumentException(option + " needs a value");
+            }
+            return args[i];
+        }
+    }
+}

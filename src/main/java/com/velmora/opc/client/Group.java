@@ -1,0 +1,178 @@
+package com.velmora.opc.client;
+
+import com.velmora.opc.OpcException;
+import com.velmora.opc.jni.client.da.ItemResultCollector;
+import com.velmora.opc.jni.client.da.OpcDaServer;
+import com.velmora.opc.jni.client.da.OpcItemMgt;
+import com.velmora.opc.jni.client.da.OpcSyncIo;
+import com.velmora.opc.jni.client.da.UpdateReceiver;
+import java.time.Instant;
+import java.util.ArrayList;
+import java.util.HashMap;
+import java.util.List;
+import java.util.Map;
+
+/**
+ * A group on a server, with its items. Closing it releases the interface handles it obtained and
+ * removes the group from the server. Not safe for concurrent use.
+ */
+public final class Group implements AutoCloseable {
+    private static final int E_FAIL = 0x80004005;
+
+    private final OpcServer server;
+    private final NativeHandle group;
+    private final String name;
+    private final int serverGroupHandle;
+    private final int updateRate;
+    private NativeHandle itemMgt;
+    private NativeHandle syncIo;
+    private int nextClientHandle = 1;
+    private boolean closed;
+
+    Group(OpcServer server, NativeHandle group, String name, int serverGroupHandle, int updateRate) {
+        this.server = server;
+        this.group = group;
+        this.name = name;
+        this.serverGroupHandle = serverGroupHandle;
+        this.updateRate = updateRate;
+    }
+
+    public String name() {
+        return name;
+    }
+
+    public int serverGroupHandle() {
+        return serverGroupHandle;
+    }
+
+    /** The update rate the server granted, in milliseconds. */
+    public int updateRate() {
+        return updateRate;
+    }
+
+    /**
+     * Adds items by item id, active, in their canonical types. Every id gets an {@link Item}, in
+     * order; rejected ones carry the server's error.
+     */
+    public List<Item> addItems(String... itemIds) {
+        ensureOpen();
+        ComThreads.prepare();
+        int n = itemIds.length;
+        if (n == 0) return List.of();
+        int[] clientHandles = new int[n];
+        boolean[] active = new boolean[n];
+        for (int i = 0; i < n; i++) {
+            clientHandles[i] = nextClientHandle++;
+            active[i] = true;
+        }
+        List<Item> results = new ArrayList<>(n);
+        ItemResultCollector collector = (itemId, serverHandle, canonicalType, accessRights, error) -> {
+            int i = results.size();
+            if (i < n) results.add(new Item(itemIds[i], clientHandles[i], serverHandle, canonicalType,
+                    accessRights, error));
+        };
+        OpcItemMgt.addItems(itemMgt().get(), itemIds.clone(), clientHandles, active, new int[n], collector);
+        // Items the server gave no result for are unusable: report them as failed.
+        for (int i = results.size(); i < n; i++) results.add(new Item(itemIds[i], clientHandles[i], 0, 0, 0, E_FAIL));
+        return List.copyOf(results);
+    }
+
+    /**
+     * Reads the items synchronously; one value per item, in order. Items that the server rejected
+     * are not sent to the server and come back with their error.
+     */
+    public List<ItemValue> read(DataSource source, List<Item> items) {
+        ensureOpen();
+        ComThreads.prepare();
+        List<Item> valid = items.stream().filter(Item::isValid).toList();
+        Map<Integer, ItemValue> byHandle = new HashMap<>();
+        if (!valid.isEmpty()) {
+            int[] handles = valid.stream().mapToInt(Item::serverHandle).toArray();
+            Map<Integer, String> ids = new HashMap<>();
+            for (Item item : valid) ids.put(item.serverHandle(), item.itemId());
+            OpcSyncIo.read(syncIo().get(), handles, source == DataSource.CACHE, new Collector(ids, byHandle));
+        }
+        List<ItemValue> values = new ArrayList<>(items.size());
+        for (Item item : items) {
+            ItemValue value = item.isValid() ? byHandle.get(item.serverHandle()) : null;
+            if (value == null) value = new ItemValue(item.itemId(), null, 0, null, item.isValid() ? E_FAIL : item.error());
+            values.add(value);
+        }
+        return List.copyOf(values);
+    }
+
+    public boolean isClosed() {
+        return closed;
+    }
+
+    /** Releases this group's handles and removes it from the server; later calls do nothing. */
+    @Override
+    public void close() {
+        if (closed) return;
+        closed = true;
+        try {
+            if (syncIo != null) syncIo.close();
+            if (itemMgt != null) itemMgt.close();
+            group.close();
+        } finally {
+            server.forget(this);
+            if (server.isOpen()) {
+                ComThreads.prepare();
+                OpcDaServer.removeGroup(server.handle(), serverGroupHandle, false);
+            }
+        }
+    }
+
+    private NativeHandle itemMgt() {
+        if (itemMgt == null) itemMgt = group.query(Iids.IOPC_ITEM_MGT, "IOPCItemMgt");
+        return itemMgt;
+    }
+
+    private NativeHandle syncIo() {
+        if (syncIo == null) syncIo = group.query(Iids.IOPC_SYNC_IO, "IOPCSyncIO");
+        return syncIo;
+    }
+
+    private void ensureOpen() {
+        if (closed) throw new IllegalStateException("group " + name + " is closed");
+    }
+
+    /** Collects the values of a synchronous read by server handle. */
+    private static final class Collector implements UpdateReceiver {
+        private final Map<Integer, String> ids;
+        private final Map<Integer, ItemValue> values;
+
+        Collector(Map<Integer, String> ids, Map<Integer, ItemValue> values) {
+            this.ids = ids;
+            this.values = values;
+        }
+
+        private void put(int handle, Object value, long timestamp, int quality, int error) {
+            values.put(handle, new ItemValue(ids.get(handle), value, quality, Instant.ofEpochMilli(timestamp), error));
+        }
+
+        @Override
+        public void updateNumeric(int h, double value, long timestamp, int quality, int error, boolean sync) {
+            put(h, value, timestamp, quality, error);
+        }
+
+        @Override
+        public void updateBoolean(int h, boolean value, long timestamp, int quality, int error, boolean sync) {
+            put(h, value, timestamp, quality, error);
+        }
+
+        @Override
+        public void updateString(int h, String value, long timestamp, int quality, int error, boolean sync) {
+            put(h, value, timestamp, quality, error);
+        }
+
+        @Override
+        public void updateError(int h, long timestamp, int quality, int error, boolean sync) {
+            put(h, null, timestamp, quality, error);
+        }
+    }
+
+    static OpcException noGroup(String name) {
+        return new OpcException("the server created no group " + name);
+    }
+}

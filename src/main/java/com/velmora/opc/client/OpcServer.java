@@ -1,0 +1,108 @@
+package com.velmora.opc.client;
+
+import com.velmora.opc.jni.client.common.OpcCommon;
+import com.velmora.opc.jni.client.da.OpcDaServer;
+import com.velmora.opc.jni.client.da.ServerStatusReceiver;
+import java.time.Instant;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.concurrent.atomic.AtomicReference;
+
+/**
+ * A connection to one OPC Data Access server. Closing it closes the groups still open and then
+ * gives up the server reference.
+ */
+public final class OpcServer implements AutoCloseable {
+    private final NativeHandle server;
+    private final String name;
+    private final String host;
+    private final List<Group> groups = new ArrayList<>();
+    private int nextGroupHandle = 1;
+
+    OpcServer(NativeHandle server, String name, String host) {
+        this.server = server;
+        this.name = name;
+        this.host = host;
+    }
+
+    /** The ProgID or CLSID this connection was made with. */
+    public String name() {
+        return name;
+    }
+
+    /** The host named at connection, or null for this host. */
+    public String host() {
+        return host;
+    }
+
+    public boolean isOpen() {
+        return server.isOpen();
+    }
+
+    public ServerStatus status() {
+        ComThreads.prepare();
+        AtomicReference<ServerStatus> result = new AtomicReference<>();
+        ServerStatusReceiver receiver = (start, current, lastUpdate, state, groupCount, bandWidth, major, minor,
+                build, vendor) -> result.set(new ServerStatus(Instant.ofEpochMilli(start),
+                        Instant.ofEpochMilli(current), Instant.ofEpochMilli(lastUpdate), ServerState.of(state), state,
+                        Integer.toUnsignedLong(groupCount), Integer.toUnsignedLong(bandWidth), major, minor, build,
+                        vendor));
+        OpcDaServer.getStatus(handle(), receiver);
+        if (result.get() == null) throw new com.velmora.opc.OpcException("server " + name + " gave no status");
+        return result.get();
+    }
+
+    /** The server's text for an error code, in the server's locale; null when it has none. */
+    public String errorText(int hresult) {
+        ComThreads.prepare();
+        try (NativeHandle common = server.query(Iids.IOPC_COMMON, "IOPCCommon")) {
+            return OpcCommon.getErrorString(common.get(), hresult);
+        }
+    }
+
+    /** Adds an active group with the requested update rate in milliseconds. */
+    public Group addGroup(String groupName, int updateRate) {
+        return addGroup(groupName, true, updateRate, 0f);
+    }
+
+    public Group addGroup(String groupName, boolean active, int updateRate, float percentDeadband) {
+        ComThreads.prepare();
+        long[] result = OpcDaServer.addGroup(handle(), groupName, active, updateRate, nextGroupHandle++, 0,
+                percentDeadband, 0);
+        if (result == null || result.length != 3 || result[0] == 0) throw Group.noGroup(groupName);
+        Group group = new Group(this, new NativeHandle(result[0], "group " + groupName), groupName, (int) result[1],
+                (int) result[2]);
+        synchronized (groups) {
+            groups.add(group);
+        }
+        return group;
+    }
+
+    long handle() {
+        return server.get();
+    }
+
+    void forget(Group group) {
+        synchronized (groups) {
+            groups.remove(group);
+        }
+    }
+
+    @Override
+    public void close() {
+        List<Group> open;
+        synchronized (groups) {
+            open = new ArrayList<>(groups);
+        }
+        RuntimeException failure = null;
+        for (Group group : open) {
+            try {
+                group.close();
+            } catch (RuntimeException e) {
+                if (failure == null) failure = e;
+            }
+        }
+        server.close();
+        if (failure != null) throw failure;
+    }
+}
