@@ -1,0 +1,53 @@
+package com.velmora.opc.client;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import java.time.Instant;
+import org.junit.jupiter.api.Test;
+
+class ValuesTest {
+
+    @Test
+    void qualityWordsUseTheLowByteOnly() {
+        assertEquals("good", Quality.describe(0xC0));
+        assertEquals("good", Quality.describe(0xABC0));
+        assertEquals("good: local override", Quality.describe(0xD8));
+        assertEquals("bad: comm failure", Quality.describe(0x18));
+        assertEquals("bad", Quality.describe(0x00));
+        assertEquals("uncertain: last usable value, low limited", Quality.describe(0x45));
+        assertEquals("good: constant", Quality.describe(0xC3));
+        assertEquals("bad: high limited", Quality.describe(0x02));
+        assertEquals("unknown (0x80)", Quality.describe(0x80));
+        assertTrue(Quality.isGood(0xD8));
+        assertFalse(Quality.isGood(0x40));
+    }
+
+    @Test
+    void valueTextDropsTheFractionOfWholeNumbersOnly() {
+        assertEquals("42", value(42.0).valueText());
+        assertEquals("-3", value(-3.0).valueText());
+        assertEquals("12.5", value(12.5).valueText());
+        assertEquals("1.0E20", value(1e20).valueText());
+        assertEquals("NaN", value(Double.NaN).valueText());
+        assertEquals("true", value(Boolean.TRUE).valueText());
+        assertEquals("1.3,2.0", value("1.3,2.0").valueText());
+        assertEquals("", value(null).valueText());
+    }
+
+    @Test
+    void aFailedItemIsAValueWithItsError() {
+        ItemValue failed = new ItemValue("X", null, 0, null, 0xC0040006);
+        assertTrue(failed.isFailed());
+        assertFalse(failed.isGood());
+        assertEquals("0xC0040006 (OPC_E_BADRIGHTS)", failed.errorText());
+        Item rejected = new Item("X", 1, 0, 0, 0, 0xC0040007);
+        assertFalse(rejected.isValid());
+        assertEquals("0xC0040007 (OPC_E_UNKNOWNITEMID)", rejected.errorText());
+    }
+
+    private static ItemValue value(Object v) {
+        return new ItemValue("i", v, 0xC0, Instant.EPOCH, 0);
+    }
+}
