@@ -1,12 +1,18 @@
 package com.velmora.opc.testsupport;
 
+import java.util.LinkedHashMap;
 import java.util.Map;
 
-/** Live object counts of the simulation server, once its control surface is bound. */
+/** Live object counts of the simulation server, when it is built. */
 final class SimCounts {
+    private static final String[] KINDS = {"server", "group", "enum", "connectionpoint", "factory"};
+
     private SimCounts() {}
 
     static Map<String, Long> snapshot() {
-        return Map.of();
+        Map<String, Long> counts = new LinkedHashMap<>();
+        if (!SimControl.available()) return counts;
+        for (String kind : KINDS) counts.put("simulation " + kind + " objects", SimControl.liveObjects(kind));
+        return counts;
     }
 }

@@ -1,0 +1,138 @@
+// Natives of com.velmora.opc.testsupport.SimControl: the simulation server's control surface. The
+// module is opened by path with dlopen, which yields the very instance that the substrate's
+// activation loads, so tests see and steer the same server state.
+#include <jni.h>
+
+#include <dlfcn.h>
+
+#include <string>
+
+namespace {
+
+using HRESULT = int;
+
+struct SimApi {
+    void (*failNext)(const char*, HRESULT, int) = nullptr;
+    void (*setItemError)(const char*, HRESULT) = nullptr;
+    void (*setNullResults)(const char*, int) = nullptr;
+    int (*callCount)(const char*) = nullptr;
+    const char* (*lastCallArgs)(const char*) = nullptr;
+    void (*clearCalls)() = nullptr;
+    long (*liveObjects)(const char*) = nullptr;
+    int (*shutdown)(const char*) = nullptr;
+    void (*reset)() = nullptr;
+};
+
+SimApi api;
+
+template <typename F>
+bool bind(void* module, const char* name, F& slot) {
+    slot = reinterpret_cast<F>(dlsym(module, name));
+    return slot != nullptr;
+}
+
+// A UTF-8 copy of a Java string (method names and item ids are ASCII); null stays null.
+class Utf {
+public:
+    Utf(JNIEnv* env, jstring s) : env_(env), s_(s), chars_(s ? env->GetStringUTFChars(s, nullptr) : nullptr) {}
+    ~Utf() {
+        if (chars_) env_->ReleaseStringUTFChars(s_, chars_);
+    }
+    Utf(const Utf&) = delete;
+    Utf& operator=(const Utf&) = delete;
+    const char* get() const { return chars_; }
+
+private:
+    JNIEnv* env_;
+    jstring s_;
+    const char* chars_;
+};
+
+bool ready(JNIEnv* env) {
+    if (api.reset != nullptr) return true;
+    jclass cls = env->FindClass("java/lang/IllegalStateException");
+    if (cls != nullptr) env->ThrowNew(cls, "simulation control is not open");
+    return false;
+}
+
+}  // namespace
+
+extern "C" {
+
+// Opens the module and binds its control functions; null on success, else the reason.
+JNIEXPORT jstring JNICALL Java_com_velmora_opc_testsupport_SimControl_open(JNIEnv* env, jclass, jstring path) {
+    Utf file(env, path);
+    if (file.get() == nullptr) return env->NewStringUTF("no path");
+    void* module = dlopen(file.get(), RTLD_NOW);
+    if (module == nullptr) {
+        const char* why = dlerror();
+        return env->NewStringUTF(why ? why : "dlopen failed");
+    }
+    SimApi bound;
+    if (!(bind(module, "SimFailNext", bound.failNext) && bind(module, "SimSetItemError", bound.setItemError) &&
+          bind(module, "SimSetNullResults", bound.setNullResults) && bind(module, "SimCallCount", bound.callCount) &&
+          bind(module, "SimLastCallArgs", bound.lastCallArgs) && bind(module, "SimClearCalls", bound.clearCalls) &&
+          bind(module, "SimLiveObjects", bound.liveObjects) && bind(module, "SimShutdown", bound.shutdown) &&
+          bind(module, "SimReset", bound.reset))) {
+        return env->NewStringUTF("the module lacks the control functions");
+    }
+    api = bound;  // the module stays loaded for the life of the process
+    return nullptr;
+}
+
+JNIEXPORT void JNICALL Java_com_velmora_opc_testsupport_SimControl_failNext(JNIEnv* env, jclass, jstring method,
+                                                                          jint hr, jint times) {
+    if (!ready(env)) return;
+    Utf m(env, method);
+    api.failNext(m.get(), hr, times);
+}
+
+JNIEXPORT void JNICALL Java_com_velmora_opc_testsupport_SimControl_setItemError(JNIEnv* env, jclass, jstring itemId,
+                                                                              jint hr) {
+    if (!ready(env)) return;
+    Utf id(env, itemId);
+    api.setItemError(id.get(), hr);
+}
+
+JNIEXPORT void JNICALL Java_com_velmora_opc_testsupport_SimControl_setNullResults(JNIEnv* env, jclass,
+                                                                                jstring method, jboolean on) {
+    if (!ready(env)) return;
+    Utf m(env, method);
+    api.setNullResults(m.get(), on ? 1 : 0);
+}
+
+JNIEXPORT jint JNICALL Java_com_velmora_opc_testsupport_SimControl_callCount(JNIEnv* env, jclass, jstring method) {
+    if (!ready(env)) return 0;
+    Utf m(env, method);
+    return api.callCount(m.get());
+}
+
+JNIEXPORT jstring JNICALL Java_com_velmora_opc_testsupport_SimControl_lastCallArgs(JNIEnv* env, jclass,
+                                                                                 jstring method) {
+    if (!ready(env)) return nullptr;
+    Utf m(env, method);
+    const std::string args = api.lastCallArgs(m.get());
+    return env->NewStringUTF(args.c_str());
+}
+
+JNIEXPORT void JNICALL Java_com_velmora_opc_testsupport_SimControl_clearCalls(JNIEnv* env, jclass) {
+    if (ready(env)) api.clearCalls();
+}
+
+JNIEXPORT jlong JNICALL Java_com_velmora_opc_testsupport_SimControl_liveObjects(JNIEnv* env, jclass, jstring kind) {
+    if (!ready(env)) return 0;
+    Utf k(env, kind);
+    return api.liveObjects(k.get());
+}
+
+JNIEXPORT jint JNICALL Java_com_velmora_opc_testsupport_SimControl_shutdown(JNIEnv* env, jclass, jstring reason) {
+    if (!ready(env)) return 0;
+    Utf r(env, reason);
+    return api.shutdown(r.get());
+}
+
+JNIEXPORT void JNICALL Java_com_velmora_opc_testsupport_SimControl_reset(JNIEnv* env, jclass) {
+    if (ready(env)) api.reset();
+}
+
+}  // extern "C"

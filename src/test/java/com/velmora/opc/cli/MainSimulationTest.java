@@ -1,0 +1,64 @@
+package com.velmora.opc.cli;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+import static org.junit.jupiter.api.Assumptions.assumeTrue;
+
+import com.velmora.opc.testsupport.LedgerCheck;
+import com.velmora.opc.testsupport.SimControl;
+import java.io.ByteArrayOutputStream;
+import java.io.PrintStream;
+import java.nio.charset.StandardCharsets;
+import java.util.List;
+import org.junit.jupiter.api.BeforeEach;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.extension.ExtendWith;
+
+@ExtendWith(LedgerCheck.class)
+class MainSimulationTest {
+    private final ByteArrayOutputStream out = new ByteArrayOutputStream();
+    private final ByteArrayOutputStream err = new ByteArrayOutputStream();
+
+    @BeforeEach
+    void simulationServer() {
+        assumeTrue(SimControl.available(), SimControl::problem);
+        SimControl.reset();
+    }
+
+    private int run(String... args) {
+        return Main.run(args, new PrintStream(out, true, StandardCharsets.UTF_8),
+                new PrintStream(err, true, StandardCharsets.UTF_8));
+    }
+
+    @Test
+    void statusAndReadPrintAlignedColumns() {
+        assertEquals(Main.OK, run("status"), err.toString(StandardCharsets.UTF_8));
+        assertTrue(out.toString(StandardCharsets.UTF_8).lines().anyMatch(l -> l.matches("state +running")),
+                out.toString(StandardCharsets.UTF_8));
+
+        out.reset();
+        assertEquals(Main.OK, run("read", "--device", "Simulation.Static.I4", "Simulation.Array.R8"),
+                err.toString(StandardCharsets.UTF_8));
+        List<String> lines = out.toString(StandardCharsets.UTF_8).lines().toList();
+        assertEquals(3, lines.size(), lines::toString);
+        int valueColumn = lines.get(0).indexOf("VALUE");
+        int qualityColumn = lines.get(0).indexOf("QUALITY");
+        for (String line : lines.subList(1, 3)) {
+            assertTrue(line.charAt(valueColumn - 1) == ' ' && line.charAt(valueColumn) != ' ', line);
+            assertTrue(line.startsWith("good", qualityColumn), line);
+        }
+    }
+
+    @Test
+    void failuresAreOneLineAndANonZeroExit() {
+        assertEquals(Main.FAILED, run("--server", "No.Such.Server.1", "status"));
+        List<String> lines = err.toString(StandardCharsets.UTF_8).lines().toList();
+        assertEquals(List.of("opc: OpcEnv::toCLSID failed: 0x800401F3 (CO_E_CLASSSTRING)"), lines);
+
+        out.reset();
+        assertEquals(Main.FAILED, run("--json", "read", "Simulation.Static.R8", "No.Such.Item"));
+        String json = out.toString(StandardCharsets.UTF_8);
+        assertTrue(json.contains("\"item\": \"No.Such.Item\", \"value\": null"), json);
+        assertTrue(json.contains("OPC_E_UNKNOWNITEMID"), json);
+    }
+}

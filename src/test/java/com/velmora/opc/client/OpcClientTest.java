@@ -1,0 +1,116 @@
+package com.velmora.opc.client;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertInstanceOf;
+import static org.junit.jupiter.api.Assertions.assertNotNull;
+import static org.junit.jupiter.api.Assertions.assertNull;
+import static org.junit.jupiter.api.Assertions.assertThrows;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+import static org.junit.jupiter.api.Assumptions.assumeTrue;
+
+import com.velmora.opc.jni.HresultException;
+import com.velmora.opc.testsupport.LedgerCheck;
+import com.velmora.opc.testsupport.SimControl;
+import java.util.List;
+import org.junit.jupiter.api.BeforeEach;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.extension.ExtendWith;
+
+@ExtendWith(LedgerCheck.class)
+class OpcClientTest {
+    private static final int E_FAIL = 0x80004005;
+    private static final int OPC_E_UNKNOWNITEMID = 0xC0040007;
+    private static final int OPC_E_BADRIGHTS = 0xC0040006;
+
+    @BeforeEach
+    void simulationServer() {
+        assumeTrue(SimControl.available(), SimControl::problem);
+        SimControl.reset();
+    }
+
+    @Test
+    void readsTypedValuesAndReportsRejectedItemsAsValues() {
+        try (OpcServer server = OpcClient.connect(SimControl.PROG_ID)) {
+            ServerStatus status = server.status();
+            assertEquals(ServerState.RUNNING, status.state());
+            assertNotNull(status.vendorInfo());
+
+            try (Group group = server.addGroup("values", 1000)) {
+                List<Item> items = group.addItems("Simulation.Static.R8", "Simulation.Static.BOOL",
+                        "Simulation.Static.BSTR", "Simulation.Array.I2", "No.Such.Item");
+                assertEquals(5, items.size());
+                assertTrue(items.subList(0, 4).stream().allMatch(Item::isValid), items::toString);
+                assertEquals(OPC_E_UNKNOWNITEMID, items.get(4).error());
+
+                List<ItemValue> values = group.read(DataSource.CACHE, items);
+                assertEquals(List.of("Simulation.Static.R8", "Simulation.Static.BOOL", "Simulation.Static.BSTR",
+                        "Simulation.Array.I2", "No.Such.Item"), values.stream().map(ItemValue::itemId).toList());
+                assertInstanceOf(Double.class, values.get(0).value());
+                assertInstanceOf(Boolean.class, values.get(1).value());
+                assertInstanceOf(String.class, values.get(2).value());
+                assertInstanceOf(String.class, values.get(3).value());
+                assertTrue(values.subList(0, 4).stream().allMatch(ItemValue::isGood), values::toString);
+                assertNotNull(values.get(0).timestamp());
+                assertEquals(OPC_E_UNKNOWNITEMID, values.get(4).error());
+                assertNull(values.get(4).value());
+                // The rejected item never reaches the server.
+                assertTrue(SimControl.lastCallArgs("IOPCSyncIO::Read").startsWith("source=1 count=4 "),
+                        SimControl.lastCallArgs("IOPCSyncIO::Read"));
+            }
+        }
+    }
+
+    @Test
+    void deviceReadsCarryPerItemFailuresAndQualities() {
+        try (OpcServer server = OpcClient.connect(SimControl.CLSID); Group group = server.addGroup("device", 500)) {
+            List<Item> items = group.addItems("Simulation.Access.WriteOnly", "Simulation.Quality.Bad",
+                    "Simulation.Quality.Uncertain");
+            List<ItemValue> values = group.read(DataSource.DEVICE, items);
+            assertTrue(SimControl.lastCallArgs("IOPCSyncIO::Read").startsWith("source=2 count=3 "));
+            assertEquals(OPC_E_BADRIGHTS, values.get(0).error());
+            assertTrue(values.get(0).isFailed());
+            assertEquals("bad: comm failure", values.get(1).qualityText());
+            assertEquals("uncertain", values.get(2).qualityText());
+            assertFalse(values.get(1).isGood());
+        }
+    }
+
+    @Test
+    void serverFailuresRaiseHresultExceptionsAndReleaseEverything() {
+        HresultException unknown = assertThrows(HresultException.class, () -> OpcClient.connect("No.Such.Server.1"));
+        assertEquals("OpcEnv::toCLSID", unknown.getOperation());
+
+        try (OpcServer server = OpcClient.connect(SimControl.PROG_ID)) {
+            SimControl.failNext("IOPCServer::AddGroup", E_FAIL, 1);
+            HresultException addGroup = assertThrows(HresultException.class, () -> server.addGroup("g", 1000));
+            assertEquals("IOPCServer::AddGroup", addGroup.getOperation());
+            assertEquals(E_FAIL, addGroup.getHresult());
+
+            Group group = server.addGroup("g", 1000);
+            List<Item> items = group.addItems("Simulation.Static.I4");
+            SimControl.failNext("IOPCSyncIO::Read", E_FAIL, 1);
+            HresultException read = assertThrows(HresultException.class, () -> group.read(DataSource.CACHE, items));
+            assertEquals("IOPCSyncIO::Read", read.getOperation());
+            group.close();
+            assertEquals(1, SimControl.callCount("IOPCServer::RemoveGroup"));
+        }
+    }
+
+    @Test
+    void closingTheServerClosesItsGroupsOnceAndEndsTheirUse() {
+        OpcServer server = OpcClient.connect(SimControl.PROG_ID);
+        Group first = server.addGroup("first", 1000);
+        Group second = server.addGroup("second", 1000);
+        List<Item> items = first.addItems("Simulation.Static.R4");
+        second.close();
+        server.close();
+        server.close();
+        first.close();
+        assertTrue(first.isClosed());
+        assertEquals(2, SimControl.callCount("IOPCServer::RemoveGroup"));
+        assertFalse(server.isOpen());
+        assertThrows(IllegalStateException.class, () -> first.read(DataSource.CACHE, items));
+        assertThrows(IllegalStateException.class, server::status);
+    }
+}

@@ -1,0 +1,58 @@
+package com.velmora.opc.testsupport;
+
+import java.io.File;
+
+/**
+ * The simulation server's control surface: failure injection, per-item errors, null results, the
+ * record of the calls it received and its live object counts. Method names are
+ * "Interface::Method", e.g. "IOPCSyncIO::Read".
+ */
+public final class SimControl {
+    public static final String PROG_ID = "Velmora.Simulation.1";
+    public static final String CLSID = "{6A1F3C52-9B47-4E8D-A2C1-5D3E7F901B24}";
+
+    private static final String PROBLEM;
+
+    static {
+        TestSupport.ledgerLiveCount(TestSupport.TASK_MEMORY); // loads the test-support library
+        File module = new File(TestSupport.nativeDir(), System.mapLibraryName("opc_sim"));
+        PROBLEM = module.isFile() ? open(module.getAbsolutePath()) : "no simulation module at " + module;
+    }
+
+    private SimControl() {}
+
+    /** Whether the simulation module is built and its control surface bound. */
+    public static boolean available() {
+        return PROBLEM == null;
+    }
+
+    /** Why the control surface is not available, or null. */
+    public static String problem() {
+        return PROBLEM;
+    }
+
+    private static native String open(String modulePath);
+
+    /** Makes the method return hr, `times` times (-1 until cleared, 0 clears). */
+    public static native void failNext(String method, int hr, int times);
+
+    public static native void setItemError(String itemId, int hr);
+
+    public static native void setNullResults(String method, boolean on);
+
+    public static native int callCount(String method);
+
+    /** "key=value" pairs of the method's last call, "" when none. */
+    public static native String lastCallArgs(String method);
+
+    public static native void clearCalls();
+
+    /** Live COM objects by kind ("server", "group", "enum", "connectionpoint", "factory"); null for all. */
+    public static native long liveObjects(String kind);
+
+    /** Sends a shutdown request to every connected sink; returns how many were called. */
+    public static native int shutdown(String reason);
+
+    /** Clears failures, item errors, null results and calls, and restores every item value. */
+    public static native void reset();
+}
