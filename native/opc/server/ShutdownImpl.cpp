@@ -1,0 +1,79 @@
+#include "ShutdownImpl.h"
+
+#include "CallbackThread.h"
+#include "Console.h"
+#include "JniRefs.h"
+
+namespace opc::server {
+
+ShutdownImpl::ShutdownImpl(JNIEnv* env, jobject listener) {
+    if (listener == nullptr) {
+        OpcEnv::logError(env, OLESTR("ShutdownImpl constructor failed"));
+        return;
+    }
+    env->GetJavaVM(&vm_);
+    listener_ = env->NewGlobalRef(listener);
+    env::LocalRef<jclass> cls(env, env->GetObjectClass(listener));
+    if (!cls) return;
+    // A missing method leaves its id null; calls through a null id are never made.
+    shutdownDeleted_ = env->GetMethodID(cls.get(), "shutdownDeleted", "()V");
+    if (shutdownDeleted_ == nullptr) env->ExceptionClear();
+    shutdownRequest_ = env->GetMethodID(cls.get(), "shutdownRequest", "(Ljava/lang/String;)V");
+    if (shutdownRequest_ == nullptr) env->ExceptionClear();
+}
+
+ShutdownImpl::~ShutdownImpl() {
+    try {
+        env::CallbackThread thread(vm_);
+        JNIEnv* env = thread.env();
+        if (env == nullptr) return;
+        if (advised_.load(std::memory_order_acquire) && listener_ != nullptr && shutdownDeleted_ != nullptr) {
+            env->CallVoidMethod(listener_, shutdownDeleted_);
+            thread.settle();
+        }
+        if (listener_ != nullptr) env->DeleteGlobalRef(listener_);
+    } catch (...) {
+    }
+}
+
+HRESULT STDMETHODCALLTYPE ShutdownImpl::QueryInterface(REFIID iid, void** out) {
+    if (out == nullptr) return E_INVALIDARG;
+    if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IOPCShutdown)) {
+        *out = static_cast<IOPCShutdown*>(this);
+        AddRef();
+        return S_OK;
+    }
+    *out = nullptr;
+    return E_NOINTERFACE;
+}
+
+ULONG STDMETHODCALLTYPE ShutdownImpl::AddRef() { return references_.fetch_add(1, std::memory_order_relaxed) + 1; }
+
+ULONG STDMETHODCALLTYPE ShutdownImpl::Release() {
+    const ULONG left = references_.fetch_sub(1, std::memory_order_acq_rel) - 1;
+    if (left == 0) delete this;
+    return left;
+}
+
+HRESULT STDMETHODCALLTYPE ShutdownImpl::ShutdownRequest(LPCWSTR reason) {
+    advised_.store(false, std::memory_order_release);
+    try {
+        env::CallbackThread thread(vm_);
+        if (reason == nullptr) return S_OK;
+        console::writeWide(OLESTR("OPC Server shutdown reason: "));
+        console::writeWide(reason);
+        console::endLine();
+        JNIEnv* env = thread.env();
+        if (env != nullptr && listener_ != nullptr && shutdownRequest_ != nullptr) {
+            env->CallVoidMethod(listener_, shutdownRequest_, static_cast<jstring>(nullptr));
+            thread.settle();
+        }
+    } catch (...) {
+        console::writeWide(OLESTR("Exception while handling shutdown request: "));
+        if (reason != nullptr) console::writeWide(reason);
+        console::endLine();
+    }
+    return S_OK;
+}
+
+}  // namespace opc::server
