@@ -25,9 +25,9 @@ VARIANT stored(VARTYPE type, double value) {
 TEST(Numeric, TypeSet) {
     for (VARTYPE t : {VT_I2, VT_I4, VT_R4, VT_R8, VT_I1, VT_UI1, VT_UI2, VT_UI4, VT_INT, VT_UINT})
         EXPECT_TRUE(OpcEnv::isNumeric(t)) << t;
-    for (VARTYPE t : {VT_EMPTY, VT_BOOL, VT_CY, VT_DATE, VT_DECIMAL, VT_I8, VT_UI8, VT_BSTR,
-                      static_cast<VARTYPE>(VT_ARRAY | VT_R8), static_cast<VARTYPE>(VT_BYREF | VT_I4)})
-        EXPECT_FALSE(OpcEnv::isNumeric(t)) << t;
+    for (int t : {int(VT_EMPTY), int(VT_BOOL), int(VT_CY), int(VT_DATE), int(VT_DECIMAL), int(VT_I8), int(VT_UI8),
+                  int(VT_BSTR), VT_ARRAY | VT_R8, VT_BYREF | VT_I4})
+        EXPECT_FALSE(OpcEnv::isNumeric(static_cast<VARTYPE>(t))) << t;
 }
 
 TEST(Numeric, SignedNarrowingWrapsThroughInt32) {
