@@ -1,0 +1,309 @@
+// The server's address-space browsing and item properties.
+#include "Server.h"
+
+#include "AddressSpace.h"
+#include "StringEnum.h"
+
+#include <algorithm>
+#include <set>
+
+namespace sim {
+namespace {
+
+const WCHAR kSeparator = '.';
+
+bool wildcardMatch(const WCHAR* pattern, const WCHAR* text) {
+    if (*pattern == 0) return *text == 0;
+    if (*pattern == '*') return wildcardMatch(pattern + 1, text) || (*text && wildcardMatch(pattern, text + 1));
+    if (*text == 0) return false;
+    return (*pattern == '?' || *pattern == *text) && wildcardMatch(pattern + 1, text + 1);
+}
+
+bool matches(LPCWSTR filter, const WString& name) {
+    return filter == nullptr || filter[0] == 0 || wildcardMatch(filter, name.c_str());
+}
+
+WString prefixOf(const WString& branch) { return branch.empty() ? branch : branch + kSeparator; }
+
+bool isBranch(const WString& branch) {
+    if (branch.empty()) return true;
+    const WString prefix = prefixOf(branch);
+    const auto& items = AddressSpace::instance().ordered();
+    auto it = std::lower_bound(items.begin(), items.end(), prefix,
+                               [](const ItemDef* item, const WString& p) { return item->id < p; });
+    return it != items.end() && (*it)->id.compare(0, prefix.size(), prefix) == 0;
+}
+
+struct Property {
+    DWORD id;
+    VARTYPE type;
+    const char* description;
+};
+
+const Property kProperties[] = {
+    {OPC_PROPERTY_DATATYPE, VT_I2, "Item Canonical DataType"},
+    {OPC_PROPERTY_VALUE, VT_VARIANT, "Item Value"},
+    {OPC_PROPERTY_QUALITY, VT_I2, "Item Quality"},
+    {OPC_PROPERTY_TIMESTAMP, VT_DATE, "Item Timestamp"},
+    {OPC_PROPERTY_ACCESS_RIGHTS, VT_I4, "Item Access Rights"},
+    {OPC_PROPERTY_SCAN_RATE, VT_R4, "Server Scan Rate"},
+    {OPC_PROPERTY_EU_UNITS, VT_BSTR, "EU Units"},
+    {OPC_PROPERTY_DESCRIPTION, VT_BSTR, "Item Description"},
+};
+
+const Property* findProperty(DWORD id) {
+    for (const Property& p : kProperties) {
+        if (p.id == id) return &p;
+    }
+    return nullptr;
+}
+
+DATE toDate(const FILETIME& ft) {
+    const unsigned long long ticks = (static_cast<unsigned long long>(ft.dwHighDateTime) << 32) | ft.dwLowDateTime;
+    constexpr double kTicksPerDay = 864000000000.0;
+    constexpr double kDaysFrom1601To1899 = 109205.0;
+    return static_cast<double>(ticks) / kTicksPerDay - kDaysFrom1601To1899;
+}
+
+HRESULT propertyValue(const ItemDef& item, DWORD id, VARIANT* out) {
+    switch (id) {
+        case OPC_PROPERTY_DATATYPE: out->vt = VT_I2; out->iVal = static_cast<SHORT>(item.type); return S_OK;
+        case OPC_PROPERTY_VALUE:
+        case OPC_PROPERTY_QUALITY:
+        case OPC_PROPERTY_TIMESTAMP: {
+            if (!(item.access & OPC_READABLE)) return OPC_E_BADRIGHTS;
+            VARIANT value;
+            VariantInit(&value);
+            FILETIME stamp{};
+            WORD quality = 0;
+            const HRESULT hr = AddressSpace::instance().read(item, VT_EMPTY, &value, &stamp, &quality);
+            if (FAILED(hr)) return hr;
+            if (id == OPC_PROPERTY_VALUE) { *out = value; return S_OK; }
+            VariantClear(&value);
+            if (id == OPC_PROPERTY_QUALITY) { out->vt = VT_I2; out->iVal = static_cast<SHORT>(quality); }
+            else { out->vt = VT_DATE; out->date = toDate(stamp); }
+            return S_OK;
+        }
+        case OPC_PROPERTY_ACCESS_RIGHTS: out->vt = VT_I4; out->lVal = static_cast<LONG>(item.access); return S_OK;
+        case OPC_PROPERTY_SCAN_RATE: out->vt = VT_R4; out->fltVal = 10.0f; return S_OK;
+        case OPC_PROPERTY_EU_UNITS: {
+            out->vt = VT_BSTR;
+            out->bstrVal = SysAllocString(OLESTR(""));
+            return out->bstrVal ? S_OK : E_OUTOFMEMORY;
+        }
+        case OPC_PROPERTY_DESCRIPTION: {
+            const WString text = widen("Simulated item ") + item.id;
+            out->vt = VT_BSTR;
+            out->bstrVal = SysAllocStringLen(text.data(), UINT(text.size()));
+            return out->bstrVal ? S_OK : E_OUTOFMEMORY;
+        }
+        default:
+            return OPC_E_INVALID_PID;
+    }
+}
+
+}  // namespace
+
+HRESULT Server::QueryOrganization(OPCNAMESPACETYPE* pNameSpaceType) {
+    if (HRESULT hr = enter("IOPCBrowseServerAddressSpace::QueryOrganization", ""); FAILED(hr)) return hr;
+    if (pNameSpaceType == nullptr) return E_INVALIDARG;
+    *pNameSpaceType = OPC_NS_HIERARCHIAL;
+    return S_OK;
+}
+
+HRESULT Server::ChangeBrowsePosition(OPCBROWSEDIRECTION dwBrowseDirection, LPCWSTR szString) {
+    if (HRESULT hr = enter("IOPCBrowseServerAddressSpace::ChangeBrowsePosition",
+                           "direction=" + std::to_string(dwBrowseDirection) + " name=" + narrow(szString));
+        FAILED(hr)) {
+        return hr;
+    }
+    std::lock_guard<std::mutex> guard(browseLock_);
+    switch (dwBrowseDirection) {
+        case OPC_BROWSE_UP: {
+            if (browsePosition_.empty()) return E_FAIL;
+            const auto dot = browsePosition_.rfind(kSeparator);
+            browsePosition_ = dot == WString::npos ? WString() : browsePosition_.substr(0, dot);
+            return S_OK;
+        }
+        case OPC_BROWSE_DOWN: {
+            if (szString == nullptr || szString[0] == 0) return E_INVALIDARG;
+            const WString target = prefixOf(browsePosition_) + szString;
+            if (!isBranch(target)) return E_INVALIDARG;
+            browsePosition_ = target;
+            return S_OK;
+        }
+        case OPC_BROWSE_TO: {
+            const WString target = szString ? WString(szString) : WString();
+            if (!isBranch(target)) return E_INVALIDARG;
+            browsePosition_ = target;
+            return S_OK;
+        }
+        default:
+            return E_INVALIDARG;
+    }
+}
+
+HRESULT Server::BrowseOPCItemIDs(OPCBROWSETYPE dwBrowseFilterType, LPCWSTR szFilterCriteria,
+                                 VARTYPE vtDataTypeFilter, DWORD dwAccessRightsFilter, LPENUMSTRING* ppIEnumString) {
+    if (ppIEnumString) *ppIEnumString = nullptr;
+    if (HRESULT hr = enter("IOPCBrowseServerAddressSpace::BrowseOPCItemIDs",
+                           "type=" + std::to_string(dwBrowseFilterType) + " filter=" + narrow(szFilterCriteria) +
+                               " vt=" + std::to_string(vtDataTypeFilter) + " rights=" +
+                               std::to_string(dwAccessRightsFilter));
+        FAILED(hr)) {
+        return hr;
+    }
+    if (ppIEnumString == nullptr) return E_INVALIDARG;
+    if (dwBrowseFilterType < OPC_BRANCH || dwBrowseFilterType > OPC_FLAT) return E_INVALIDARG;
+    WString prefix;
+    {
+        std::lock_guard<std::mutex> guard(browseLock_);
+        prefix = prefixOf(browsePosition_);
+    }
+    std::vector<WString> names;
+    std::set<WString> branches;
+    for (const ItemDef* item : AddressSpace::instance().ordered()) {
+        if (item->id.compare(0, prefix.size(), prefix) != 0) continue;
+        const WString rest = item->id.substr(prefix.size());
+        const auto dot = rest.find(kSeparator);
+        if (dwBrowseFilterType == OPC_BRANCH) {
+            if (dot == WString::npos) continue;
+            const WString branch = rest.substr(0, dot);
+            if (matches(szFilterCriteria, branch) && branches.insert(branch).second) names.push_back(branch);
+            continue;
+        }
+        if (dwBrowseFilterType == OPC_LEAF && dot != WString::npos) continue;
+        if (vtDataTypeFilter != VT_EMPTY && vtDataTypeFilter != item->type) continue;
+        if ((item->access & dwAccessRightsFilter) != dwAccessRightsFilter) continue;
+        const WString& name = dwBrowseFilterType == OPC_FLAT ? item->id : rest;
+        if (matches(szFilterCriteria, name)) names.push_back(name);
+    }
+    const bool none = names.empty();
+    *ppIEnumString = newStringEnum(std::move(names));
+    return none ? S_FALSE : S_OK;
+}
+
+HRESULT Server::GetItemID(LPWSTR szItemDataID, LPWSTR* szItemID) {
+    if (szItemID) *szItemID = nullptr;
+    if (HRESULT hr = enter("IOPCBrowseServerAddressSpace::GetItemID", "name=" + narrow(szItemDataID)); FAILED(hr)) {
+        return hr;
+    }
+    if (szItemDataID == nullptr || szItemID == nullptr) return E_INVALIDARG;
+    WString id;
+    {
+        std::lock_guard<std::mutex> guard(browseLock_);
+        id = szItemDataID[0] == 0 ? browsePosition_ : prefixOf(browsePosition_) + szItemDataID;
+    }
+    const ItemDef* item = nullptr;
+    if (FAILED(AddressSpace::instance().lookup(id.c_str(), &item)) && !isBranch(id)) return E_INVALIDARG;
+    *szItemID = taskString(id);
+    return *szItemID ? S_OK : E_OUTOFMEMORY;
+}
+
+HRESULT Server::BrowseAccessPaths(LPCWSTR szItemID, LPENUMSTRING* ppIEnumString) {
+    if (ppIEnumString) *ppIEnumString = nullptr;
+    if (HRESULT hr = enter("IOPCBrowseServerAddressSpace::BrowseAccessPaths", "id=" + narrow(szItemID)); FAILED(hr)) {
+        return hr;
+    }
+    return E_NOTIMPL;
+}
+
+HRESULT Server::QueryAvailableProperties(LPWSTR szItemID, DWORD* pdwCount, DWORD** ppPropertyIDs,
+                                         LPWSTR** ppDescriptions, VARTYPE** ppvtDataTypes) {
+    if (pdwCount) *pdwCount = 0;
+    if (ppPropertyIDs) *ppPropertyIDs = nullptr;
+    if (ppDescriptions) *ppDescriptions = nullptr;
+    if (ppvtDataTypes) *ppvtDataTypes = nullptr;
+    if (HRESULT hr = enter("IOPCItemProperties::QueryAvailableProperties", "id=" + narrow(szItemID)); FAILED(hr)) {
+        return hr;
+    }
+    if (!pdwCount || !ppPropertyIDs || !ppDescriptions || !ppvtDataTypes) return E_INVALIDARG;
+    const ItemDef* item = nullptr;
+    if (HRESULT hr = AddressSpace::instance().lookup(szItemID, &item); FAILED(hr)) return hr;
+    const DWORD n = DWORD(sizeof kProperties / sizeof kProperties[0]);
+    auto* ids = taskArray<DWORD>(n);
+    auto* texts = taskArray<LPWSTR>(n);
+    auto* types = taskArray<VARTYPE>(n);
+    bool ok = ids && texts && types;
+    for (DWORD i = 0; ok && i < n; ++i) {
+        ids[i] = kProperties[i].id;
+        types[i] = kProperties[i].type;
+        texts[i] = taskString(widen(kProperties[i].description));
+        ok = texts[i] != nullptr;
+    }
+    if (!ok) {
+        for (DWORD i = 0; texts && i < n; ++i) CoTaskMemFree(texts[i]);
+        CoTaskMemFree(ids);
+        CoTaskMemFree(texts);
+        CoTaskMemFree(types);
+        return E_OUTOFMEMORY;
+    }
+    *pdwCount = n;
+    *ppPropertyIDs = ids;
+    *ppDescriptions = texts;
+    *ppvtDataTypes = types;
+    return S_OK;
+}
+
+HRESULT Server::GetItemProperties(LPWSTR szItemID, DWORD dwCount, DWORD* pdwPropertyIDs, VARIANT** ppvData,
+                                  HRESULT** ppErrors) {
+    if (ppvData) *ppvData = nullptr;
+    if (ppErrors) *ppErrors = nullptr;
+    if (HRESULT hr = enter("IOPCItemProperties::GetItemProperties",
+                           "id=" + narrow(szItemID) + " count=" + std::to_string(dwCount) +
+                               " ids=" + joinNumbers(dwCount, pdwPropertyIDs));
+        FAILED(hr)) {
+        return hr;
+    }
+    if (!ppvData || !ppErrors || !pdwPropertyIDs || dwCount == 0) return E_INVALIDARG;
+    const ItemDef* item = nullptr;
+    if (HRESULT hr = AddressSpace::instance().lookup(szItemID, &item); FAILED(hr)) return hr;
+    auto* values = taskArray<VARIANT>(dwCount);
+    auto* errs = taskArray<HRESULT>(dwCount);
+    if (!values || !errs) {
+        CoTaskMemFree(values);
+        CoTaskMemFree(errs);
+        return E_OUTOFMEMORY;
+    }
+    bool anyFailed = false;
+    for (DWORD i = 0; i < dwCount; ++i) {
+        VariantInit(&values[i]);
+        errs[i] = propertyValue(*item, pdwPropertyIDs[i], &values[i]);
+        anyFailed = anyFailed || FAILED(errs[i]);
+    }
+    *ppvData = values;
+    *ppErrors = errs;
+    return anyFailed ? S_FALSE : S_OK;
+}
+
+HRESULT Server::LookupItemIDs(LPWSTR szItemID, DWORD dwCount, DWORD* pdwPropertyIDs, LPWSTR** ppszNewItemIDs,
+                              HRESULT** ppErrors) {
+    if (ppszNewItemIDs) *ppszNewItemIDs = nullptr;
+    if (ppErrors) *ppErrors = nullptr;
+    if (HRESULT hr = enter("IOPCItemProperties::LookupItemIDs",
+                           "id=" + narrow(szItemID) + " count=" + std::to_string(dwCount) +
+                               " ids=" + joinNumbers(dwCount, pdwPropertyIDs));
+        FAILED(hr)) {
+        return hr;
+    }
+    if (!ppszNewItemIDs || !ppErrors || !pdwPropertyIDs || dwCount == 0) return E_INVALIDARG;
+    const ItemDef* item = nullptr;
+    if (HRESULT hr = AddressSpace::instance().lookup(szItemID, &item); FAILED(hr)) return hr;
+    auto* ids = taskArray<LPWSTR>(dwCount);
+    auto* errs = taskArray<HRESULT>(dwCount);
+    if (!ids || !errs) {
+        CoTaskMemFree(ids);
+        CoTaskMemFree(errs);
+        return E_OUTOFMEMORY;
+    }
+    // No property of this address space is an item of its own.
+    for (DWORD i = 0; i < dwCount; ++i) {
+        const DWORD pid = pdwPropertyIDs[i];
+        errs[i] = findProperty(pid) == nullptr || pid <= OPC_PROPERTY_SCAN_RATE ? OPC_E_INVALID_PID : E_FAIL;
+    }
+    *ppszNewItemIDs = ids;
+    *ppErrors = errs;
+    return S_FALSE;
+}
+
+}  // namespace sim

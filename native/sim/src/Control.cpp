@@ -1,0 +1,189 @@
+#include "Control.h"
+
+#include "AddressSpace.h"
+#include "Engine.h"
+#include "Server.h"
+#include "sim/SimControl.h"
+
+#include <cstring>
+#include <map>
+#include <mutex>
+
+namespace sim {
+
+std::atomic<long> g_moduleLocks{0};
+
+namespace {
+
+struct Failure {
+    HRESULT hr = S_OK;
+    int times = 0;  // -1 = always
+};
+
+struct CallRecord {
+    int count = 0;
+    std::string lastArgs;
+};
+
+struct ControlState {
+    std::mutex lock;
+    std::map<std::string, Failure, std::less<>> failures;
+    std::map<std::string, CallRecord, std::less<>> calls;
+    std::map<WString, HRESULT> itemErrors;
+    std::map<std::string, bool, std::less<>> nulls;
+};
+
+ControlState& state() {
+    static ControlState* s = new ControlState();  // never destroyed: objects may outlive static teardown
+    return *s;
+}
+
+std::atomic<long> g_live[static_cast<int>(Kind::Count)];
+std::atomic<bool> g_anyItemErrors{false};
+std::atomic<bool> g_anyNulls{false};
+
+const char* const kKindNames[] = {"server", "group", "enum", "connectionpoint", "factory"};
+
+}  // namespace
+
+HRESULT enter(const char* method, const std::string& args) {
+    ControlState& s = state();
+    std::lock_guard<std::mutex> guard(s.lock);
+    auto rec = s.calls.find(method);
+    if (rec == s.calls.end()) rec = s.calls.emplace(method, CallRecord{}).first;
+    ++rec->second.count;
+    rec->second.lastArgs = args;
+    if (s.failures.empty()) return S_OK;
+    auto f = s.failures.find(method);
+    if (f == s.failures.end()) return S_OK;
+    const HRESULT hr = f->second.hr;
+    if (f->second.times > 0 && --f->second.times == 0) s.failures.erase(f);
+    return hr;
+}
+
+bool nullResults(const char* method) {
+    if (!g_anyNulls.load(std::memory_order_relaxed)) return false;
+    ControlState& s = state();
+    std::lock_guard<std::mutex> guard(s.lock);
+    auto it = s.nulls.find(method);
+    return it != s.nulls.end() && it->second;
+}
+
+bool anyItemErrors() { return g_anyItemErrors.load(std::memory_order_relaxed); }
+
+HRESULT itemError(const WString& itemId) {
+    if (!anyItemErrors()) return S_OK;
+    ControlState& s = state();
+    std::lock_guard<std::mutex> guard(s.lock);
+    auto it = s.itemErrors.find(itemId);
+    return it == s.itemErrors.end() ? S_OK : it->second;
+}
+
+void countObject(Kind kind, int delta) noexcept {
+    g_live[static_cast<int>(kind)].fetch_add(delta, std::memory_order_relaxed);
+}
+
+long liveObjects() noexcept {
+    long total = 0;
+    for (auto& n : g_live) total += n.load(std::memory_order_relaxed);
+    return total;
+}
+
+}  // namespace sim
+
+using namespace sim;
+
+extern "C" {
+
+void SimFailNext(const char* method, HRESULT hr, int times) {
+    if (method == nullptr) return;
+    ControlState& s = state();
+    std::lock_guard<std::mutex> guard(s.lock);
+    if (times == 0) {
+        s.failures.erase(std::string(method));
+    } else {
+        s.failures[method] = Failure{hr, times < 0 ? -1 : times};
+    }
+}
+
+void SimSetItemError(const char* itemId, HRESULT hr) {
+    if (itemId == nullptr) return;
+    ControlState& s = state();
+    std::lock_guard<std::mutex> guard(s.lock);
+    if (hr == S_OK) {
+        s.itemErrors.erase(widen(itemId));
+    } else {
+        s.itemErrors[widen(itemId)] = hr;
+    }
+    g_anyItemErrors = !s.itemErrors.empty();
+}
+
+void SimSetNullResults(const char* method, int on) {
+    if (method == nullptr) return;
+    ControlState& s = state();
+    std::lock_guard<std::mutex> guard(s.lock);
+    if (on) {
+        s.nulls[method] = true;
+    } else {
+        s.nulls.erase(std::string(method));
+    }
+    g_anyNulls = !s.nulls.empty();
+}
+
+int SimCallCount(const char* method) {
+    if (method == nullptr) return 0;
+    ControlState& s = state();
+    std::lock_guard<std::mutex> guard(s.lock);
+    auto it = s.calls.find(method);
+    return it == s.calls.end() ? 0 : it->second.count;
+}
+
+const char* SimLastCallArgs(const char* method) {
+    thread_local std::string copy;
+    copy.clear();
+    if (method == nullptr) return copy.c_str();
+    ControlState& s = state();
+    std::lock_guard<std::mutex> guard(s.lock);
+    auto it = s.calls.find(method);
+    if (it != s.calls.end()) copy = it->second.lastArgs;
+    return copy.c_str();
+}
+
+void SimClearCalls() {
+    ControlState& s = state();
+    std::lock_guard<std::mutex> guard(s.lock);
+    s.calls.clear();
+}
+
+long SimLiveObjects(const char* kind) {
+    if (kind == nullptr) return liveObjects();
+    for (int i = 0; i < static_cast<int>(Kind::Count); ++i) {
+        if (std::strcmp(kind, kKindNames[i]) == 0) return g_live[i].load();
+    }
+    return 0;
+}
+
+int SimShutdown(const char* reason) {
+    if (reason == nullptr) return shutdownAll(nullptr);
+    const WString text = widen(reason);
+    return shutdownAll(text.c_str());
+}
+
+void SimSetAsyncDelay(int milliseconds) { g_asyncDelayMs = milliseconds < 0 ? 0 : milliseconds; }
+
+void SimReset() {
+    g_asyncDelayMs = 0;
+    {
+        ControlState& s = state();
+        std::lock_guard<std::mutex> guard(s.lock);
+        s.failures.clear();
+        s.calls.clear();
+        s.itemErrors.clear();
+        s.nulls.clear();
+        g_anyItemErrors = false;
+        g_anyNulls = false;
+    }
+    AddressSpace::instance().reset();
+}
+
+}  // extern "C"

@@ -1,0 +1,42 @@
+// The server's test controls: injected failures, the call record, per-item errors, null results
+// and the live object counts. All of it is process-wide and thread-safe.
+#pragma once
+
+#include "Common.h"
+
+#include <atomic>
+#include <string>
+
+namespace sim {
+
+// Records one call of `method` with its argument text and answers the failure injected for it,
+// or S_OK.
+HRESULT enter(const char* method, const std::string& args);
+
+bool nullResults(const char* method);
+// The error injected for reads and writes of the item, or S_OK.
+HRESULT itemError(const WString& itemId);
+bool anyItemErrors();
+
+enum class Kind { Server, Group, Enum, ConnectionPoint, Factory, Count };
+
+// Counts an object of its kind for as long as it lives; a member of each COM object.
+template <Kind K>
+struct Live {
+    Live() noexcept;
+    Live(const Live&) noexcept : Live() {}
+    ~Live();
+};
+
+void countObject(Kind kind, int delta) noexcept;
+long liveObjects() noexcept;
+
+template <Kind K>
+Live<K>::Live() noexcept { countObject(K, +1); }
+template <Kind K>
+Live<K>::~Live() { countObject(K, -1); }
+
+// Module locks held through IClassFactory::LockServer.
+extern std::atomic<long> g_moduleLocks;
+
+}  // namespace sim

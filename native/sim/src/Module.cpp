@@ -1,0 +1,125 @@
+// The module's entry points: class object, unloading and self-registration.
+#include "ComObject.h"
+#include "Control.h"
+#include "Server.h"
+#include "sim/SimControl.h"
+
+#include <vector>
+
+namespace sim {
+namespace {
+
+class ClassFactory final : public opc::support::ComObject<ClassFactory, IClassFactory> {
+public:
+    void* interfaceFor(REFIID iid) {
+        return IsEqualIID(iid, IID_IClassFactory) ? static_cast<IClassFactory*>(this) : nullptr;
+    }
+    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID iid, void** out) override {
+        if (out) *out = nullptr;
+        if (HRESULT hr = enter("IClassFactory::CreateInstance", outer ? "outer=set" : "outer=null"); FAILED(hr)) {
+            return hr;
+        }
+        if (out == nullptr) return E_POINTER;
+        if (outer != nullptr) return CLASS_E_NOAGGREGATION;
+        Server* server = new Server();
+        const HRESULT hr = server->QueryInterface(iid, out);
+        server->Release();
+        return hr;
+    }
+    HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) override {
+        g_moduleLocks += lock ? 1 : -1;
+        return S_OK;
+    }
+
+private:
+    Live<Kind::Factory> live_;
+};
+
+const char kCategoryTexts[][40] = {"OPC Data Access Servers Version 1.0", "OPC Data Access Servers Version 2.0",
+                                   "OPC Data Access Servers Version 3.0"};
+
+WString guidText(const GUID& guid) {
+    OLECHAR buffer[40];
+    return StringFromGUID2(guid, buffer, 40) > 0 ? WString(buffer) : WString();
+}
+
+HRESULT setValue(const WString& keyPath, const WCHAR* name, const WString& value) {
+    HKEY key = nullptr;
+    LONG rc = RegCreateKeyExW(HKEY_CLASSES_ROOT, keyPath.c_str(), 0, nullptr, 0, KEY_WRITE, nullptr, &key, nullptr);
+    if (rc != ERROR_SUCCESS) return HRESULT_FROM_WIN32(rc);
+    rc = RegSetValueExW(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
+                        DWORD((value.size() + 1) * sizeof(WCHAR)));
+    RegCloseKey(key);
+    return rc == ERROR_SUCCESS ? S_OK : HRESULT_FROM_WIN32(rc);
+}
+
+HRESULT modulePath(WString* path) {
+    HMODULE module = nullptr;
+    if (!GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                            reinterpret_cast<LPCWSTR>(&modulePath), &module)) {
+        return E_FAIL;
+    }
+    std::vector<WCHAR> buffer(4096);
+    const DWORD n = GetModuleFileNameW(module, buffer.data(), DWORD(buffer.size()));
+    if (n == 0 || n >= buffer.size()) return E_FAIL;
+    path->assign(buffer.data(), n);
+    return S_OK;
+}
+
+}  // namespace
+}  // namespace sim
+
+using namespace sim;
+
+STDAPI DllGetClassObject(REFCLSID rclsid, REFIID riid, LPVOID* ppv) {
+    if (ppv == nullptr) return E_INVALIDARG;
+    *ppv = nullptr;
+    if (!IsEqualCLSID(rclsid, CLSID_VelmoraSimulation)) return CLASS_E_CLASSNOTAVAILABLE;
+    auto* factory = new ClassFactory();
+    const HRESULT hr = factory->QueryInterface(riid, ppv);
+    factory->Release();
+    return hr;
+}
+
+STDAPI DllCanUnloadNow() { return liveObjects() == 0 && g_moduleLocks.load() == 0 ? S_OK : S_FALSE; }
+
+STDAPI DllRegisterServer() {
+    WString path;
+    if (HRESULT hr = modulePath(&path); FAILED(hr)) return hr;
+    const WString clsid = widen(kSimClsidText);
+    const WString progId = widen(kSimProgId);
+    const WString independent = widen(kSimVersionIndependentProgId);
+    const WString classKey = widen("CLSID\\") + clsid;
+    const WString name = widen("Velmora Simulation Server");
+    const CATID categories[] = {CATID_OPCDAServer10, CATID_OPCDAServer20, CATID_OPCDAServer30};
+
+    HRESULT hr = setValue(classKey, nullptr, name);
+    if (SUCCEEDED(hr)) hr = setValue(classKey + widen("\\InprocServer32"), nullptr, path);
+    if (SUCCEEDED(hr)) hr = setValue(classKey + widen("\\InprocServer32"), OLESTR("ThreadingModel"), widen("Both"));
+    if (SUCCEEDED(hr)) hr = setValue(classKey + widen("\\ProgID"), nullptr, progId);
+    if (SUCCEEDED(hr)) hr = setValue(classKey + widen("\\VersionIndependentProgID"), nullptr, independent);
+    for (int i = 0; i < 3 && SUCCEEDED(hr); ++i) {
+        const WString catid = guidText(categories[i]);
+        hr = setValue(classKey + widen("\\Implemented Categories\\") + catid, nullptr, WString());
+        if (SUCCEEDED(hr)) {
+            hr = setValue(widen("Component Categories\\") + catid, OLESTR("409"), widen(kCategoryTexts[i]));
+        }
+    }
+    if (SUCCEEDED(hr)) hr = setValue(progId, nullptr, name);
+    if (SUCCEEDED(hr)) hr = setValue(progId + widen("\\CLSID"), nullptr, clsid);
+    if (SUCCEEDED(hr)) hr = setValue(progId + widen("\\OPC\\Vendor"), nullptr, widen("Velmora"));
+    if (SUCCEEDED(hr)) hr = setValue(independent, nullptr, name);
+    if (SUCCEEDED(hr)) hr = setValue(independent + widen("\\CLSID"), nullptr, clsid);
+    if (SUCCEEDED(hr)) hr = setValue(independent + widen("\\CurVer"), nullptr, progId);
+    return hr;
+}
+
+STDAPI DllUnregisterServer() {
+    const WString keys[] = {widen("CLSID\\") + widen(kSimClsidText), widen(kSimProgId),
+                            widen(kSimVersionIndependentProgId)};
+    for (const WString& key : keys) {
+        const LONG rc = RegDeleteTreeW(HKEY_CLASSES_ROOT, key.c_str());
+        if (rc != ERROR_SUCCESS && rc != ERROR_FILE_NOT_FOUND) return HRESULT_FROM_WIN32(rc);
+    }
+    return S_OK;
+}
