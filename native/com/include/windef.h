@@ -1,0 +1,3 @@
+#pragma once
+#include <minwindef.h>
+#include <winerror.h>
