@@ -90,9 +90,9 @@ public final class Main {
                 new String[] {"state", status.state().words()},
                 new String[] {"vendor", String.valueOf(status.vendorInfo())},
                 new String[] {"version", status.version()},
-                new String[] {"start time", status.startTime().toString()},
-                new String[] {"current time", status.currentTime().toString()},
-                new String[] {"last update", status.lastUpdateTime().toString()},
+                new String[] {"start time", time(status.startTime())},
+                new String[] {"current time", time(status.currentTime())},
+                new String[] {"last update", time(status.lastUpdateTime())},
                 new String[] {"groups", Long.toString(status.groupCount())},
                 new String[] {"band width", Long.toString(status.bandWidth())});
         if (options.json) {
@@ -116,11 +116,16 @@ public final class Main {
             for (ItemValue v : values) {
                 rows.add(v.isFailed()
                         ? new String[] {v.itemId(), "error " + v.errorText(), "bad", "-"}
-                        : new String[] {v.itemId(), v.valueText(), v.qualityText(), String.valueOf(v.timestamp())});
+                        : new String[] {v.itemId(), v.value() == null ? "(no value)" : v.valueText(), v.qualityText(),
+                                time(v.timestamp())});
             }
             Table.print(out, new String[] {"ITEM", "VALUE", "QUALITY", "TIMESTAMP"}, rows);
         }
         return values.stream().anyMatch(ItemValue::isFailed) ? FAILED : OK;
+    }
+
+    private static String time(java.time.Instant time) {
+        return time == null ? "-" : time.toString();
     }
 
     /** The parsed command line. */

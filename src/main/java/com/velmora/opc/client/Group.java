@@ -6,7 +6,6 @@ import com.velmora.opc.jni.client.da.OpcDaServer;
 import com.velmora.opc.jni.client.da.OpcItemMgt;
 import com.velmora.opc.jni.client.da.OpcSyncIo;
 import com.velmora.opc.jni.client.da.UpdateReceiver;
-import java.time.Instant;
 import java.util.ArrayList;
 import java.util.HashMap;
 import java.util.List;
@@ -148,7 +147,7 @@ public final class Group implements AutoCloseable {
         }
 
         private void put(int handle, Object value, long timestamp, int quality, int error) {
-            values.put(handle, new ItemValue(ids.get(handle), value, quality, Instant.ofEpochMilli(timestamp), error));
+            values.put(handle, new ItemValue(ids.get(handle), value, quality, ServerStatus.time(timestamp), error));
         }
 
         @Override

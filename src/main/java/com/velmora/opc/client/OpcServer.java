@@ -3,7 +3,6 @@ package com.velmora.opc.client;
 import com.velmora.opc.jni.client.common.OpcCommon;
 import com.velmora.opc.jni.client.da.OpcDaServer;
 import com.velmora.opc.jni.client.da.ServerStatusReceiver;
-import java.time.Instant;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.concurrent.atomic.AtomicReference;
@@ -43,8 +42,8 @@ public final class OpcServer implements AutoCloseable {
         ComThreads.prepare();
         AtomicReference<ServerStatus> result = new AtomicReference<>();
         ServerStatusReceiver receiver = (start, current, lastUpdate, state, groupCount, bandWidth, major, minor,
-                build, vendor) -> result.set(new ServerStatus(Instant.ofEpochMilli(start),
-                        Instant.ofEpochMilli(current), Instant.ofEpochMilli(lastUpdate), ServerState.of(state), state,
+                build, vendor) -> result.set(new ServerStatus(ServerStatus.time(start),
+                        ServerStatus.time(current), ServerStatus.time(lastUpdate), ServerState.of(state), state,
                         Integer.toUnsignedLong(groupCount), Integer.toUnsignedLong(bandWidth), major, minor, build,
                         vendor));
         OpcDaServer.getStatus(handle(), receiver);

@@ -1,7 +1,7 @@
 package com.velmora.opc.testsupport;
 
 import com.velmora.opc.jni.ComObjectClient;
-import com.velmora.opc.jni.client.common.OpcCommon;
+import com.velmora.opc.jni.client.da.OpcDaServer;
 
 /**
  * Entry point of the child JVMs of {@link ChildJvm}. Prints one "result=" or "thrown=" line per
@@ -29,9 +29,9 @@ public final class ChildMain {
         System.out.println("live=" + TestSupport.liveObjects());
     }
 
-    // A call with a null handle makes the library log an argument complaint as a trace.
+    // A call without a server name makes the library log an argument complaint as a trace.
     private static void logTrace() {
-        report(() -> OpcCommon.getLocaleId(0));
+        report(() -> OpcDaServer.createLocalServer(null));
     }
 
     private static void report(java.util.function.LongSupplier call) {
