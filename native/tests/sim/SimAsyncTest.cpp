@@ -1,0 +1,206 @@
+// Callbacks on the server's thread: subscriptions, asynchronous read, write and cancel, the
+// shutdown request; and browsing the address space.
+#include "SimFixture.h"
+
+#include "ComObject.h"
+
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+// A client sink that records what reaches it (copying, as the values stay the server's).
+class Sink final : public opc::support::ComObject<Sink, IOPCDataCallback, IOPCShutdown> {
+public:
+    struct Call {
+        std::string kind;
+        DWORD transaction;
+        OPCHANDLE group;
+        std::vector<OPCHANDLE> clients;
+        std::vector<VARTYPE> types;
+        std::vector<HRESULT> errors;
+        std::thread::id thread;
+    };
+    void* interfaceFor(REFIID iid) {
+        if (IsEqualIID(iid, IID_IOPCDataCallback)) return static_cast<IOPCDataCallback*>(this);
+        if (IsEqualIID(iid, IID_IOPCShutdown)) return static_cast<IOPCShutdown*>(this);
+        return nullptr;
+    }
+    HRESULT STDMETHODCALLTYPE OnDataChange(DWORD tid, OPCHANDLE g, HRESULT, HRESULT, DWORD n, OPCHANDLE* h,
+                                           VARIANT* v, WORD*, FILETIME*, HRESULT* e) override {
+        return record("data", tid, g, n, h, v, e);
+    }
+    HRESULT STDMETHODCALLTYPE OnReadComplete(DWORD tid, OPCHANDLE g, HRESULT, HRESULT, DWORD n, OPCHANDLE* h,
+                                             VARIANT* v, WORD*, FILETIME*, HRESULT* e) override {
+        return record("read", tid, g, n, h, v, e);
+    }
+    HRESULT STDMETHODCALLTYPE OnWriteComplete(DWORD tid, OPCHANDLE g, HRESULT, DWORD n, OPCHANDLE* h,
+                                              HRESULT* e) override {
+        return record("write", tid, g, n, h, nullptr, e);
+    }
+    HRESULT STDMETHODCALLTYPE OnCancelComplete(DWORD tid, OPCHANDLE g) override {
+        return record("cancel", tid, g, 0, nullptr, nullptr, nullptr);
+    }
+    HRESULT STDMETHODCALLTYPE ShutdownRequest(LPCWSTR reason) override {
+        std::lock_guard<std::mutex> guard(lock_);
+        reasons_.push_back(reason ? std::u16string(reason) : u"<null>");
+        return S_OK;
+    }
+    // Waits for the first call of the kind.
+    bool waitFor(const std::string& kind, Call* out) {
+        std::unique_lock<std::mutex> guard(lock_);
+        return changed_.wait_for(guard, 3s, [&] {
+            for (const Call& call : calls_) {
+                if (call.kind == kind) { *out = call; return true; }
+            }
+            return false;
+        });
+    }
+    std::vector<std::u16string> reasons() {
+        std::lock_guard<std::mutex> guard(lock_);
+        return reasons_;
+    }
+
+private:
+    HRESULT record(const char* kind, DWORD tid, OPCHANDLE g, DWORD n, OPCHANDLE* h, VARIANT* v, HRESULT* e) {
+        Call call{kind, tid, g, {}, {}, {}, std::this_thread::get_id()};
+        for (DWORD i = 0; i < n; ++i) {
+            call.clients.push_back(h[i]);
+            call.types.push_back(v ? v[i].vt : VARTYPE(VT_EMPTY));
+            call.errors.push_back(e[i]);
+        }
+        std::lock_guard<std::mutex> guard(lock_);
+        calls_.push_back(call);
+        changed_.notify_all();
+        return S_OK;
+    }
+    std::mutex lock_;
+    std::condition_variable changed_;
+    std::vector<Call> calls_;
+    std::vector<std::u16string> reasons_;
+};
+
+DWORD connect(IUnknown* container, const IID& iid, IUnknown* sink, ComPtr<IConnectionPoint>* point) {
+    ComPtr<IConnectionPointContainer> cpc;
+    EXPECT_EQ(S_OK, container->QueryInterface(IID_IConnectionPointContainer, cpc.putVoid()));
+    EXPECT_EQ(S_OK, cpc->FindConnectionPoint(iid, point->put()));
+    DWORD cookie = 0;
+    EXPECT_EQ(S_OK, (*point)->Advise(sink, &cookie));
+    return cookie;
+}
+
+TEST_F(SimTest, SubscriptionAndAsyncRequestsCompleteOnTheServerThread) {
+    auto group = addGroup(u"G", 10);
+    const auto h = addItems(group.get(), {"Simulation.Static.R8", "Simulation.Array.BSTR"});
+    ComPtr<IOPCAsyncIO2> io;
+    ASSERT_EQ(S_OK, group->QueryInterface(IID_IOPCAsyncIO2, io.putVoid()));
+    DWORD cancel = 0;
+    HRESULT* errors = nullptr;
+    OPCHANDLE handles[] = {h[0], h[1], 4242};
+    EXPECT_EQ(CONNECT_E_NOCONNECTION, io->Read(2, handles, 1, &cancel, &errors));
+
+    auto* sink = new Sink();
+    ComPtr<IConnectionPoint> point;
+    const DWORD cookie = connect(group.get(), IID_IOPCDataCallback, static_cast<IOPCDataCallback*>(sink), &point);
+    EXPECT_NE(0u, cookie);
+
+    Sink::Call call;
+    ASSERT_TRUE(sink->waitFor("data", &call));
+    EXPECT_EQ(0u, call.transaction);
+    EXPECT_EQ(77u, call.group);
+    EXPECT_EQ((std::vector<OPCHANDLE>{100, 101}), call.clients);
+    EXPECT_EQ((std::vector<VARTYPE>{VT_R8, VT_ARRAY | VT_BSTR}), call.types);
+    EXPECT_NE(std::this_thread::get_id(), call.thread);
+
+    ASSERT_EQ(S_FALSE, io->Read(3, handles, 42, &cancel, &errors));
+    EXPECT_EQ(OPC_E_INVALIDHANDLE, errors[2]);
+    CoTaskMemFree(errors);
+    ASSERT_TRUE(sink->waitFor("read", &call));
+    EXPECT_EQ(42u, call.transaction);
+    EXPECT_EQ((std::vector<HRESULT>{S_OK, S_OK}), call.errors);
+    EXPECT_NE(std::this_thread::get_id(), call.thread);
+
+    VARIANT value; VariantInit(&value);
+    value.vt = VT_I4;
+    value.lVal = 9;
+    ASSERT_EQ(S_OK, io->Write(1, handles, &value, 43, &cancel, &errors));
+    CoTaskMemFree(errors);
+    ASSERT_TRUE(sink->waitFor("write", &call));
+    EXPECT_EQ(43u, call.transaction);
+    EXPECT_EQ(std::vector<HRESULT>{S_OK}, call.errors);
+
+    // A delayed request can be cancelled; a finished one cannot.
+    SimSetAsyncDelay(500);
+    ASSERT_EQ(S_OK, io->Refresh2(OPC_DS_CACHE, 44, &cancel));
+    EXPECT_EQ(S_OK, io->Cancel2(cancel));
+    ASSERT_TRUE(sink->waitFor("cancel", &call));
+    EXPECT_EQ(44u, call.transaction);
+    EXPECT_EQ(E_FAIL, io->Cancel2(cancel));
+    SimSetAsyncDelay(0);
+
+    EXPECT_EQ(CONNECT_E_NOCONNECTION, point->Unadvise(cookie + 100));
+    EXPECT_EQ(S_OK, point->Unadvise(cookie));
+    EXPECT_EQ(1, SimLiveObjects("connectionpoint"));
+    point.reset();
+    sink->Release();
+}
+
+TEST_F(SimTest, ShutdownRequestReachesConnectedSinksUntilUnadvised) {
+    auto* sink = new Sink();
+    ComPtr<IConnectionPoint> point;
+    ComPtr<IConnectionPointContainer> cpc;
+    ASSERT_EQ(S_OK, server->QueryInterface(IID_IConnectionPointContainer, cpc.putVoid()));
+    EXPECT_EQ(CONNECT_E_NOCONNECTION, cpc->FindConnectionPoint(IID_IOPCDataCallback, point.put()));
+    const DWORD cookie = connect(server.get(), IID_IOPCShutdown, static_cast<IOPCShutdown*>(sink), &point);
+    EXPECT_EQ(1, SimShutdown("maintenance"));
+    EXPECT_EQ(1, SimShutdown(nullptr));
+    EXPECT_EQ((std::vector<std::u16string>{u"maintenance", u"<null>"}), sink->reasons());
+    SimFailNext("IConnectionPoint::Advise", CONNECT_E_ADVISELIMIT, 1);
+    DWORD second = 7;
+    EXPECT_EQ(CONNECT_E_ADVISELIMIT, point->Advise(static_cast<IOPCShutdown*>(sink), &second));
+    EXPECT_EQ(0u, second);
+    ASSERT_EQ(S_OK, point->Unadvise(cookie));
+    EXPECT_EQ(0, SimShutdown("again"));
+    sink->Release();
+}
+
+std::vector<std::u16string> drain(IEnumString* names) {
+    std::vector<std::u16string> out;
+    LPOLESTR text = nullptr;
+    ULONG fetched = 0;
+    while (names->Next(1, &text, &fetched) == S_OK) {
+        out.emplace_back(text);
+        CoTaskMemFree(text);
+    }
+    names->Release();
+    return out;
+}
+
+TEST_F(SimTest, BrowsingWalksBranchesAndLeaves) {
+    ComPtr<IOPCBrowseServerAddressSpace> browse;
+    ASSERT_EQ(S_OK, server->QueryInterface(IID_IOPCBrowseServerAddressSpace, browse.putVoid()));
+    IEnumString* names = nullptr;
+    ASSERT_EQ(S_OK, browse->BrowseOPCItemIDs(OPC_BRANCH, u"", VT_EMPTY, 0, &names));
+    EXPECT_EQ((std::vector<std::u16string>{u"Bench", u"Simulation"}), drain(names));
+    EXPECT_EQ(E_FAIL, browse->ChangeBrowsePosition(OPC_BROWSE_UP, u""));
+    EXPECT_EQ(E_INVALIDARG, browse->ChangeBrowsePosition(OPC_BROWSE_DOWN, u"Nowhere"));
+    ASSERT_EQ(S_OK, browse->ChangeBrowsePosition(OPC_BROWSE_TO, u"Simulation.Access"));
+    ASSERT_EQ(S_OK, browse->BrowseOPCItemIDs(OPC_LEAF, u"", VT_EMPTY, OPC_WRITEABLE, &names));
+    EXPECT_EQ(std::vector<std::u16string>{u"WriteOnly"}, drain(names));
+    LPWSTR id = nullptr;
+    ASSERT_EQ(S_OK, browse->GetItemID(const_cast<LPWSTR>(u"ReadOnly"), &id));
+    EXPECT_EQ(u"Simulation.Access.ReadOnly", std::u16string(id));
+    CoTaskMemFree(id);
+    ASSERT_EQ(S_OK, browse->ChangeBrowsePosition(OPC_BROWSE_UP, u""));
+    ASSERT_EQ(S_OK, browse->BrowseOPCItemIDs(OPC_FLAT, u"*.R?", VT_R8, 0, &names));
+    EXPECT_EQ((std::vector<std::u16string>{u"Simulation.Ramp.R8", u"Simulation.Random.R8", u"Simulation.Sine.R8",
+                                         u"Simulation.Static.R8"}),
+              drain(names));
+    EXPECT_EQ(S_FALSE, browse->BrowseOPCItemIDs(OPC_LEAF, u"", VT_EMPTY, 0, &names));
+    EXPECT_TRUE(drain(names).empty());
+}
+
+}  // namespace
