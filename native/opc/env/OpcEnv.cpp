@@ -35,7 +35,11 @@ void logTo(JNIEnv* env, const char* method, const char* prefix, const OLECHAR* t
         return;
     }
     env::LocalRef<jstring> message(env, newJavaString(env, text));
-    if (message) env->CallStaticVoidMethod(cls.get(), mid, message.get());
+    if (message) {
+        env->CallStaticVoidMethod(cls.get(), mid, message.get());
+        // The log method's own exception stays pending; checking it lets the caller go on with JNI.
+        env->ExceptionCheck();
+    }
 }
 
 }  // namespace
