@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <future>
 #include <vector>
 
 namespace sim {
@@ -58,9 +59,14 @@ bool supportedLocale(LCID lcid) {
            lcid == LOCALE_NEUTRAL;
 }
 
+struct ShutdownPoint {
+    std::weak_ptr<Connections> sinks;
+    std::weak_ptr<ServerCore> core;
+};
+
 struct ShutdownRegistry {
     std::mutex lock;
-    std::vector<std::weak_ptr<Connections>> points;
+    std::vector<ShutdownPoint> points;
 };
 
 ShutdownRegistry& shutdownRegistry() {
@@ -116,7 +122,7 @@ Server::Server() : start_(now()) {
     core_->engine = engine_.get();
     ShutdownRegistry& registry = shutdownRegistry();
     std::lock_guard<std::mutex> guard(registry.lock);
-    registry.points.push_back(shutdown_);
+    registry.points.push_back(ShutdownPoint{shutdown_, core_});
 }
 
 Server::~Server() {
@@ -125,8 +131,8 @@ Server::~Server() {
         std::lock_guard<std::mutex> guard(registry.lock);
         auto& points = registry.points;
         points.erase(std::remove_if(points.begin(), points.end(),
-                                    [this](const std::weak_ptr<Connections>& p) {
-                                        auto locked = p.lock();
+                                    [this](const ShutdownPoint& p) {
+                                        auto locked = p.sinks.lock();
                                         return !locked || locked == shutdown_;
                                     }),
                      points.end());
@@ -344,19 +350,39 @@ HRESULT Server::FindConnectionPoint(REFIID riid, IConnectionPoint** ppCP) {
 }
 
 int shutdownAll(const WCHAR* reason) {
-    std::vector<std::shared_ptr<Connections>> points;
+    std::vector<ShutdownPoint> points;
     {
         ShutdownRegistry& registry = shutdownRegistry();
         std::lock_guard<std::mutex> guard(registry.lock);
-        for (auto& weak : registry.points) {
-            if (auto point = weak.lock()) points.push_back(std::move(point));
-        }
+        points = registry.points;
     }
+    // Each server calls its sinks on its own thread; this waits until they have been called.
+    const std::shared_ptr<const WString> text = reason ? std::make_shared<const WString>(reason) : nullptr;
     int called = 0;
-    for (auto& point : points) {
-        for (auto& sink : point->sinks<IOPCShutdown>()) {
-            sink->ShutdownRequest(reason);
-            ++called;
+    for (const ShutdownPoint& point : points) {
+        auto sinks = point.sinks.lock();
+        auto core = point.core.lock();
+        if (!sinks || !core) continue;
+        auto done = std::make_shared<std::promise<int>>();
+        std::future<int> result = done->get_future();
+        {
+            std::lock_guard<std::mutex> guard(core->lock);
+            if (core->engine == nullptr) continue;
+            core->engine->post(
+                [sinks, text, done] {
+                    int n = 0;
+                    for (auto& sink : sinks->sinks<IOPCShutdown>()) {
+                        sink->ShutdownRequest(text ? text->c_str() : nullptr);
+                        ++n;
+                    }
+                    done->set_value(n);
+                },
+                [done] { done->set_value(0); });
+        }
+        try {
+            called += result.get();
+        } catch (const std::future_error&) {
+            // the server went away before its thread ran the request
         }
     }
     return called;
