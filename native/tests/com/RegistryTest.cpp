@@ -1,0 +1,138 @@
+// The registry API over the class root: keys, values, enumeration, deletion.
+#include "ComTestSupport.h"
+
+#include <winreg.h>
+
+#include <cstring>
+
+#ifndef _WIN32
+#include <substrate/registry.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#endif
+
+namespace {
+
+// A key of its own under the class root for each test, removed afterwards.
+class ScratchKey {
+public:
+    explicit ScratchKey(const OLECHAR* name) : name_(name) {
+        RegDeleteTreeW(HKEY_CLASSES_ROOT, name_.c_str());
+        EXPECT_EQ(ERROR_SUCCESS, RegCreateKeyExW(HKEY_CLASSES_ROOT, name_.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS,
+                                                 nullptr, &key_, nullptr));
+    }
+    ~ScratchKey() {
+        RegCloseKey(key_);
+        RegDeleteTreeW(HKEY_CLASSES_ROOT, name_.c_str());
+    }
+    HKEY get() const { return key_; }
+
+private:
+    Text name_;
+    HKEY key_ = nullptr;
+};
+
+LSTATUS setString(HKEY key, const OLECHAR* name, const OLECHAR* value) {
+    return RegSetValueExW(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(value),
+                          static_cast<DWORD>((Text(value).size() + 1) * sizeof(OLECHAR)));
+}
+
+}  // namespace
+
+TEST(Registry, ValuesRoundTripWithSizeQueries) {
+    ScratchKey scratch(OLESTR("ComRuntimeTest.Values"));
+    ASSERT_EQ(ERROR_SUCCESS, setString(scratch.get(), nullptr, OLESTR("default")));
+    ASSERT_EQ(ERROR_SUCCESS, setString(scratch.get(), OLESTR("Named"), OLESTR("tab\tand\nline %41")));
+    const DWORD number = 0xC0FFEE;
+    ASSERT_EQ(ERROR_SUCCESS, RegSetValueExW(scratch.get(), OLESTR("Number"), 0, REG_DWORD,
+                                            reinterpret_cast<const BYTE*>(&number), sizeof(number)));
+
+    DWORD type = 0, size = 0;
+    ASSERT_EQ(ERROR_SUCCESS, RegQueryValueExW(scratch.get(), OLESTR("named"), nullptr, &type, nullptr, &size));
+    EXPECT_EQ(static_cast<DWORD>(REG_SZ), type);
+    EXPECT_EQ(17 * sizeof(OLECHAR), size);
+    OLECHAR small[4];
+    DWORD smallSize = sizeof(small);
+    EXPECT_EQ(ERROR_MORE_DATA, RegQueryValueExW(scratch.get(), OLESTR("Named"), nullptr, nullptr,
+                                                reinterpret_cast<BYTE*>(small), &smallSize));
+    EXPECT_EQ(size, smallSize);
+
+    OLECHAR text[64];
+    DWORD textSize = sizeof(text);
+    ASSERT_EQ(ERROR_SUCCESS, RegGetValueW(HKEY_CLASSES_ROOT, OLESTR("ComRuntimeTest.Values"), OLESTR("Named"),
+                                          RRF_RT_REG_SZ, nullptr, text, &textSize));
+    EXPECT_EQ(Text(OLESTR("tab\tand\nline %41")), Text(text));
+    DWORD read = 0;
+    DWORD readSize = sizeof(read);
+    ASSERT_EQ(ERROR_SUCCESS, RegQueryValueExW(scratch.get(), OLESTR("Number"), nullptr, &type,
+                                              reinterpret_cast<BYTE*>(&read), &readSize));
+    EXPECT_EQ(number, read);
+    EXPECT_EQ(ERROR_FILE_NOT_FOUND, RegQueryValueExW(scratch.get(), OLESTR("Missing"), nullptr, nullptr, nullptr, nullptr));
+    EXPECT_EQ(ERROR_SUCCESS, RegDeleteValueW(scratch.get(), OLESTR("Number")));
+    EXPECT_EQ(ERROR_FILE_NOT_FOUND, RegDeleteValueW(scratch.get(), OLESTR("Number")));
+}
+
+TEST(Registry, KeysAreCaseInsensitiveEnumeratedAndDeletedAsTrees) {
+    ScratchKey scratch(OLESTR("ComRuntimeTest.Keys"));
+    HKEY child = nullptr;
+    DWORD disposition = 0;
+    ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExW(scratch.get(), OLESTR("Beta\\Deep"), 0, nullptr, 0, KEY_ALL_ACCESS,
+                                             nullptr, &child, &disposition));
+    EXPECT_EQ(static_cast<DWORD>(REG_CREATED_NEW_KEY), disposition);
+    RegCloseKey(child);
+    ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExW(scratch.get(), OLESTR("BETA"), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
+                                             &child, &disposition));
+    EXPECT_EQ(static_cast<DWORD>(REG_OPENED_EXISTING_KEY), disposition);
+    RegCloseKey(child);
+    ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExW(scratch.get(), OLESTR("alpha"), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
+                                             &child, nullptr));
+    RegCloseKey(child);
+
+    OLECHAR name[16];
+    DWORD length = 16;
+    ASSERT_EQ(ERROR_SUCCESS, RegEnumKeyExW(scratch.get(), 0, name, &length, nullptr, nullptr, nullptr, nullptr));
+    EXPECT_EQ(Text(OLESTR("alpha")), Text(name));
+    EXPECT_EQ(5u, length);
+    length = 16;
+    ASSERT_EQ(ERROR_SUCCESS, RegEnumKeyExW(scratch.get(), 1, name, &length, nullptr, nullptr, nullptr, nullptr));
+    EXPECT_EQ(Text(OLESTR("Beta")), Text(name));  // keeps the spelling it was created with
+    length = 4;
+    EXPECT_EQ(ERROR_MORE_DATA, RegEnumKeyExW(scratch.get(), 0, name, &length, nullptr, nullptr, nullptr, nullptr));
+    length = 16;
+    EXPECT_EQ(ERROR_NO_MORE_ITEMS, RegEnumKeyExW(scratch.get(), 2, name, &length, nullptr, nullptr, nullptr, nullptr));
+
+    EXPECT_EQ(ERROR_SUCCESS, RegOpenKeyExW(HKEY_CLASSES_ROOT, OLESTR("comruntimetest.keys\\beta\\DEEP"), 0, KEY_READ,
+                                           &child));
+    RegCloseKey(child);
+    EXPECT_EQ(ERROR_ACCESS_DENIED, RegDeleteKeyW(scratch.get(), OLESTR("Beta")));  // it has a sub-key
+    EXPECT_EQ(ERROR_SUCCESS, RegDeleteTreeW(scratch.get(), OLESTR("Beta")));
+    child = reinterpret_cast<HKEY>(1);
+    EXPECT_EQ(ERROR_FILE_NOT_FOUND, RegOpenKeyExW(scratch.get(), OLESTR("Beta\\Deep"), 0, KEY_READ, &child));
+    EXPECT_EQ(nullptr, child);
+    EXPECT_EQ(ERROR_FILE_NOT_FOUND, RegDeleteTreeW(scratch.get(), OLESTR("Beta")));
+}
+
+#ifndef _WIN32
+TEST(Registry, ChangesMadeByAnotherProcessAreSeen) {
+    ScratchKey scratch(OLESTR("ComRuntimeTest.Shared"));
+    ASSERT_EQ(ERROR_SUCCESS, setString(scratch.get(), nullptr, OLESTR("before")));
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        HKEY key = nullptr;
+        const bool ok = RegOpenKeyExW(HKEY_CLASSES_ROOT, OLESTR("ComRuntimeTest.Shared"), 0, KEY_WRITE, &key) ==
+                            ERROR_SUCCESS &&
+                        setString(key, nullptr, OLESTR("after, from another process")) == ERROR_SUCCESS;
+        _exit(ok ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    OLECHAR text[64];
+    DWORD size = sizeof(text);
+    ASSERT_EQ(ERROR_SUCCESS, RegQueryValueExW(scratch.get(), nullptr, nullptr, nullptr, reinterpret_cast<BYTE*>(text),
+                                              &size));
+    EXPECT_EQ(Text(OLESTR("after, from another process")), Text(text));
+    EXPECT_NE(nullptr, std::strstr(RegistryFilePath(), "registry"));
+}
+#endif
