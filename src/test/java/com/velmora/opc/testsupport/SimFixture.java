@@ -59,13 +59,17 @@ public final class SimFixture implements AutoCloseable {
         return group;
     }
 
-    /** Adds the items to the group's IOPCItemMgt and answers their server handles. */
+    /** Adds the items, active, with client handles 100, 101, ...; answers their server handles. */
     public int[] addItems(long itemMgt, String... ids) {
         int[] serverHandles = new int[ids.length];
         int[] clientHandles = new int[ids.length];
-        for (int i = 0; i < ids.length; i++) clientHandles[i] = 100 + i;
+        boolean[] active = new boolean[ids.length];
+        for (int i = 0; i < ids.length; i++) {
+            clientHandles[i] = 100 + i;
+            active[i] = true;
+        }
         int[] next = {0};
-        OpcItemMgt.addItems(itemMgt, ids, clientHandles, new boolean[ids.length], new int[ids.length],
+        OpcItemMgt.addItems(itemMgt, ids, clientHandles, active, new int[ids.length],
                 (com.velmora.opc.jni.client.da.ItemResultCollector) (id, handle, type, rights, error) -> {
                     assertEquals(0, error, id);
                     serverHandles[next[0]++] = handle;
