@@ -18,11 +18,13 @@ public final class LogCapture extends Handler implements AutoCloseable {
 
     private final Logger logger = Logger.getLogger(OpcEnv.LOGGER_NAME);
     private final Level previousLevel = logger.getLevel();
+    private final boolean previousParents = logger.getUseParentHandlers();
     private final List<Line> lines = new ArrayList<>();
 
     public LogCapture() {
         setLevel(Level.ALL);
         logger.setLevel(Level.ALL);
+        logger.setUseParentHandlers(false);
         logger.addHandler(this);
     }
 
@@ -46,6 +48,7 @@ public final class LogCapture extends Handler implements AutoCloseable {
     public void close() {
         logger.removeHandler(this);
         logger.setLevel(previousLevel);
+        logger.setUseParentHandlers(previousParents);
     }
 
     private static String levelName(Level level) {

@@ -52,7 +52,12 @@ public final class SimFixture implements AutoCloseable {
 
     /** An active group: {group IUnknown, server group handle, revised rate}; removed on close. */
     public long[] addGroup(String name) {
-        long[] group = OpcDaServer.addGroup(server, name, true, 1000, 77, 0, 0f, 1033);
+        return addGroup(name, 1000);
+    }
+
+    /** An active group with the requested update rate in milliseconds; removed on close. */
+    public long[] addGroup(String name, int updateRate) {
+        long[] group = OpcDaServer.addGroup(server, name, true, updateRate, 77, 0, 0f, 1033);
         assertNotNull(group);
         handles.push(group[0]);
         groups.push((int) group[1]);
