@@ -42,7 +42,7 @@ std::atomic<long> g_live[static_cast<int>(Kind::Count)];
 std::atomic<bool> g_anyItemErrors{false};
 std::atomic<bool> g_anyNulls{false};
 
-const char* const kKindNames[] = {"server", "group", "enum", "connectionpoint", "factory"};
+const char* const kKindNames[] = {"server", "group", "enum", "connectionpoint", "factory", "serverlist"};
 
 }  // namespace
 

@@ -18,7 +18,7 @@ bool nullResults(const char* method);
 HRESULT itemError(const WString& itemId);
 bool anyItemErrors();
 
-enum class Kind { Server, Group, Enum, ConnectionPoint, Factory, Count };
+enum class Kind { Server, Group, Enum, ConnectionPoint, Factory, ServerList, Count };
 
 // Counts an object of its kind for as long as it lives; a member of each COM object.
 template <Kind K>

@@ -2,6 +2,7 @@
 #include "ComObject.h"
 #include "Control.h"
 #include "Server.h"
+#include "ServerList.h"
 #include "sim/SimControl.h"
 
 #include <vector>
@@ -9,8 +10,18 @@
 namespace sim {
 namespace {
 
+using Create = HRESULT (*)(REFIID iid, void** out);
+
+HRESULT createServer(REFIID iid, void** out) {
+    Server* server = new Server();
+    const HRESULT hr = server->QueryInterface(iid, out);
+    server->Release();
+    return hr;
+}
+
 class ClassFactory final : public opc::support::ComObject<ClassFactory, IClassFactory> {
 public:
+    explicit ClassFactory(Create create) : create_(create) {}
     void* interfaceFor(REFIID iid) {
         return IsEqualIID(iid, IID_IClassFactory) ? static_cast<IClassFactory*>(this) : nullptr;
     }
@@ -21,10 +32,7 @@ public:
         }
         if (out == nullptr) return E_POINTER;
         if (outer != nullptr) return CLASS_E_NOAGGREGATION;
-        Server* server = new Server();
-        const HRESULT hr = server->QueryInterface(iid, out);
-        server->Release();
-        return hr;
+        return create_(iid, out);
     }
     HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) override {
         g_moduleLocks += lock ? 1 : -1;
@@ -33,6 +41,7 @@ public:
 
 private:
     Live<Kind::Factory> live_;
+    Create create_;
 };
 
 const char kCategoryTexts[][40] = {"OPC Data Access Servers Version 1.0", "OPC Data Access Servers Version 2.0",
@@ -74,8 +83,11 @@ using namespace sim;
 STDAPI DllGetClassObject(REFCLSID rclsid, REFIID riid, LPVOID* ppv) {
     if (ppv == nullptr) return E_INVALIDARG;
     *ppv = nullptr;
-    if (!IsEqualCLSID(rclsid, CLSID_VelmoraSimulation)) return CLASS_E_CLASSNOTAVAILABLE;
-    auto* factory = new ClassFactory();
+    Create create = nullptr;
+    if (IsEqualCLSID(rclsid, CLSID_VelmoraSimulation)) create = createServer;
+    if (IsEqualCLSID(rclsid, CLSID_OpcServerList)) create = createServerList;
+    if (create == nullptr) return CLASS_E_CLASSNOTAVAILABLE;
+    auto* factory = new ClassFactory(create);
     const HRESULT hr = factory->QueryInterface(riid, ppv);
     factory->Release();
     return hr;
@@ -111,10 +123,15 @@ STDAPI DllRegisterServer() {
     if (SUCCEEDED(hr)) hr = setValue(independent, nullptr, name);
     if (SUCCEEDED(hr)) hr = setValue(independent + widen("\\CLSID"), nullptr, clsid);
     if (SUCCEEDED(hr)) hr = setValue(independent + widen("\\CurVer"), nullptr, progId);
+    if (SUCCEEDED(hr)) hr = registerServerList(path);
     return hr;
 }
 
 STDAPI DllUnregisterServer() {
+    WString path;
+    if (SUCCEEDED(modulePath(&path))) {
+        if (HRESULT hr = unregisterServerList(path); FAILED(hr)) return hr;
+    }
     const WString keys[] = {widen("CLSID\\") + widen(kSimClsidText), widen(kSimProgId),
                             widen(kSimVersionIndependentProgId)};
     for (const WString& key : keys) {

@@ -178,4 +178,43 @@ TEST_F(SimTest, CommonServicesAnswerLocalesAndErrorTexts) {
     EXPECT_EQ(nullptr, text);
 }
 
+TEST_F(SimTest, ServerListFindsTheServerByCategoryAndReadsItsDetails) {
+    COSERVERINFO host{0, const_cast<LPWSTR>(u"localhost"), nullptr, 0};
+    ComPtr<IClassFactory> factory;
+    ASSERT_EQ(S_OK, CoGetClassObject(CLSID_OpcServerList, CLSCTX_REMOTE_SERVER, &host, IID_IClassFactory,
+                                     factory.putVoid()));
+    ComPtr<IOPCServerList2> list;
+    ASSERT_EQ(S_OK, factory->CreateInstance(nullptr, IID_IOPCServerList2, list.putVoid()));
+
+    auto classesOf = [&](const CATID& category) {
+        CATID wanted = category;
+        ComPtr<IOPCEnumGUID> found;
+        EXPECT_EQ(S_OK, list->EnumClassesOfCategories(1, &wanted, 0, nullptr, found.put()));
+        std::vector<GUID> out;
+        GUID id;
+        ULONG fetched = 0;
+        while (found && found->Next(1, &id, &fetched) == S_OK) out.push_back(id);
+        return out;
+    };
+    auto has = [](const std::vector<GUID>& ids) {
+        for (const GUID& id : ids) {
+            if (IsEqualCLSID(id, CLSID_VelmoraSimulation)) return true;
+        }
+        return false;
+    };
+    EXPECT_TRUE(has(classesOf(CATID_OPCDAServer20)));
+    EXPECT_TRUE(has(classesOf(CATID_OPCDAServer10)));
+    EXPECT_FALSE(has(classesOf(CATID_XMLDAServer10)));
+
+    LPOLESTR progId = nullptr, userType = nullptr, independent = nullptr;
+    ASSERT_EQ(S_OK, list->GetClassDetails(CLSID_VelmoraSimulation, &progId, &userType, &independent));
+    EXPECT_EQ(u"Velmora.Simulation.1", take(progId));
+    EXPECT_EQ(u"Velmora Simulation Server", take(userType));
+    EXPECT_EQ(u"Velmora.Simulation", take(independent));
+    EXPECT_EQ(REGDB_E_CLASSNOTREG, list->GetClassDetails(IID_IOPCServer, &progId, &userType, &independent));
+    CLSID clsid{};
+    EXPECT_EQ(S_OK, list->CLSIDFromProgID(u"Velmora.Simulation", &clsid));
+    EXPECT_TRUE(IsEqualCLSID(clsid, CLSID_VelmoraSimulation));
+}
+
 }  // namespace

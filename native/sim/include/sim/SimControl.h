@@ -4,6 +4,9 @@
 // Class:    kSimClsidText, ProgID "Velmora.Simulation.1", version-independent "Velmora.Simulation",
 //           registered in the categories OPC DA 1.0, 2.0 and 3.0.
 //
+// The module also serves the server-list class (CLSID_OpcServerList, IOPCServerList2 and
+// IOPCServerList) over the registry of the host, registering it only where the host has none.
+//
 // Item ids (branches separated by '.'):
 //   Simulation.Static.<T>      T = I1 I2 I4 INT UI1 UI2 UI4 UINT R4 R8 BOOL BSTR; read/write, a written
 //                              value reads back.
@@ -75,7 +78,7 @@ const char* SimLastCallArgs(const char* method);
 void SimClearCalls();
 
 // Live COM objects of the module by kind: "server", "group", "enum", "connectionpoint",
-// "factory"; nullptr counts all.
+// "factory", "serverlist"; nullptr counts all.
 long SimLiveObjects(const char* kind);
 
 // Sends IOPCShutdown::ShutdownRequest(reason) to every sink connected to a live server (a null
