@@ -1,0 +1,172 @@
+// The floors: the least that any library must do to hand the same values to the same Java receiver.
+// Each makes exactly the update calls that the library's natives make for one read or one data
+// change, with the same arguments, and nothing else; the times are per round of all items.
+#include <atomic>
+#include <thread>
+
+#include "Calls.h"
+
+using namespace opc::bench;
+
+namespace {
+
+constexpr jboolean kAsynchronous = JNI_FALSE;
+
+// The calls on the calling thread. A Java exception stops the run and stays pending.
+bool numericRound(JNIEnv* env, jobject receiver, jmethodID method, const Calls& calls, jboolean synchronous) {
+    for (size_t i = 0; i < calls.size(); ++i) {
+        env->CallVoidMethod(receiver, method, calls.handles[i], calls.numbers[i], calls.times[i], calls.qualities[i],
+                            calls.errors[i], synchronous);
+        if (env->ExceptionCheck()) return false;
+    }
+    return true;
+}
+
+// A Java String per item made from its UTF-16 units, as a BSTR value is, and released per item.
+bool stringRound(JNIEnv* env, jobject receiver, jmethodID method, const Calls& calls, jboolean synchronous) {
+    for (size_t i = 0; i < calls.size(); ++i) {
+        const std::u16string& text = calls.texts[i];
+        jstring value = env->NewString(reinterpret_cast<const jchar*>(text.data()), static_cast<jsize>(text.size()));
+        if (value == nullptr) return false;
+        env->CallVoidMethod(receiver, method, calls.handles[i], value, calls.times[i], calls.qualities[i],
+                            calls.errors[i], synchronous);
+        env->DeleteLocalRef(value);
+        if (env->ExceptionCheck()) return false;
+    }
+    return true;
+}
+
+template <typename Round>
+jlongArray timeRounds(JNIEnv* env, jint rounds, Round&& round) {
+    std::vector<int64_t> nanos;
+    nanos.reserve(static_cast<size_t>(rounds > 0 ? rounds : 0));
+    for (jint r = 0; r < rounds; ++r) {
+        const int64_t start = nowNanos();
+        if (!round()) return nullptr;
+        nanos.push_back(nowNanos() - start);
+    }
+    return toJava(env, nanos);
+}
+
+void throwIllegalState(JNIEnv* env, const char* message) {
+    jclass cls = env->FindClass("java/lang/IllegalStateException");
+    if (cls != nullptr) env->ThrowNew(cls, message);
+}
+
+// Runs `body(env)` on a new native thread attached to the virtual machine once for the whole body.
+// False when the thread could not be attached.
+template <typename Body>
+bool onAttachedThread(JavaVM* vm, Body&& body) {
+    bool attached = false;
+    std::thread worker([&] {
+        void* env = nullptr;
+        if (vm->AttachCurrentThread(&env, nullptr) != JNI_OK) return;
+        attached = true;
+        body(static_cast<JNIEnv*>(env));
+        vm->DetachCurrentThread();
+    });
+    worker.join();
+    return attached;
+}
+
+}  // namespace
+
+extern "C" {
+
+JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_numericFloor(
+    JNIEnv* env, jclass, jobject receiver, jintArray handles, jdoubleArray numbers, jlongArray times,
+    jintArray qualities, jintArray errors, jboolean synchronous, jint rounds) {
+    Calls calls;
+    UpdateIds ids;
+    if (numbers == nullptr) {
+        throwIllegalArgument(env, "no values");
+        return nullptr;
+    }
+    if (!calls.copyFrom(env, handles, numbers, nullptr, times, qualities, errors) || !ids.lookUp(env, receiver))
+        return nullptr;
+    return timeRounds(env, rounds, [&] { return numericRound(env, receiver, ids.numeric, calls, synchronous); });
+}
+
+JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_stringFloor(
+    JNIEnv* env, jclass, jobject receiver, jintArray handles, jobjectArray texts, jlongArray times,
+    jintArray qualities, jintArray errors, jboolean synchronous, jint rounds) {
+    Calls calls;
+    UpdateIds ids;
+    if (texts == nullptr) {
+        throwIllegalArgument(env, "no values");
+        return nullptr;
+    }
+    if (!calls.copyFrom(env, handles, nullptr, texts, times, qualities, errors) || !ids.lookUp(env, receiver))
+        return nullptr;
+    return timeRounds(env, rounds, [&] { return stringRound(env, receiver, ids.string, calls, synchronous); });
+}
+
+// The floor of a data change: the numeric update calls (synchronous flag false) from a native thread
+// that is attached once for all rounds.
+JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_attachedThreadFloor(
+    JNIEnv* env, jclass, jobject receiver, jintArray handles, jdoubleArray numbers, jlongArray times,
+    jintArray qualities, jintArray errors, jint rounds) {
+    Calls calls;
+    UpdateIds ids;
+    if (numbers == nullptr) {
+        throwIllegalArgument(env, "no values");
+        return nullptr;
+    }
+    if (!calls.copyFrom(env, handles, numbers, nullptr, times, qualities, errors) || !ids.lookUp(env, receiver))
+        return nullptr;
+    JavaVM* vm = nullptr;
+    env->GetJavaVM(&vm);
+    jobject shared = env->NewGlobalRef(receiver);
+    if (shared == nullptr) return nullptr;
+    std::vector<int64_t> nanos;
+    bool threw = false;
+    const bool attached = onAttachedThread(vm, [&](JNIEnv* threadEnv) {
+        for (jint r = 0; r < rounds && !threw; ++r) {
+            const int64_t start = nowNanos();
+            threw = !numericRound(threadEnv, shared, ids.numeric, calls, kAsynchronous);
+            nanos.push_back(nowNanos() - start);
+        }
+        if (threw) threadEnv->ExceptionDescribe();  // no Java caller on this thread: print and clear
+    });
+    env->DeleteGlobalRef(shared);
+    if (!attached || threw) {
+        throwIllegalState(env, attached ? "the receiver threw on the native thread" : "AttachCurrentThread failed");
+        return nullptr;
+    }
+    return toJava(env, nanos);
+}
+
+// The time of each of `count` attach-and-detach pairs: on a fresh native thread each (fresh true), or
+// repeatedly on one native thread, as a server's callback thread does between callbacks.
+JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_attachDetach(JNIEnv* env, jclass, jint count,
+                                                                                jboolean fresh) {
+    JavaVM* vm = nullptr;
+    env->GetJavaVM(&vm);
+    std::vector<int64_t> nanos;
+    nanos.reserve(static_cast<size_t>(count > 0 ? count : 0));
+    std::atomic<bool> failed{false};
+    const auto pair = [&] {
+        void* threadEnv = nullptr;
+        const int64_t start = nowNanos();
+        if (vm->AttachCurrentThread(&threadEnv, nullptr) != JNI_OK) {
+            failed = true;
+            return;
+        }
+        vm->DetachCurrentThread();
+        nanos.push_back(nowNanos() - start);
+    };
+    if (fresh) {
+        for (jint i = 0; i < count && !failed; ++i) std::thread(pair).join();
+    } else {
+        std::thread([&] {
+            for (jint i = 0; i < count && !failed; ++i) pair();
+        }).join();
+    }
+    if (failed) {
+        throwIllegalState(env, "AttachCurrentThread failed");
+        return nullptr;
+    }
+    return toJava(env, nanos);
+}
+
+}  // extern "C"
