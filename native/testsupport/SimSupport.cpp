@@ -20,6 +20,7 @@ struct SimApi {
     void (*clearCalls)() = nullptr;
     long (*liveObjects)(const char*) = nullptr;
     int (*shutdown)(const char*) = nullptr;
+    void (*setAsyncDelay)(int) = nullptr;
     void (*reset)() = nullptr;
 };
 
@@ -73,7 +74,7 @@ JNIEXPORT jstring JNICALL Java_com_velmora_opc_testsupport_SimControl_open(JNIEn
           bind(module, "SimSetNullResults", bound.setNullResults) && bind(module, "SimCallCount", bound.callCount) &&
           bind(module, "SimLastCallArgs", bound.lastCallArgs) && bind(module, "SimClearCalls", bound.clearCalls) &&
           bind(module, "SimLiveObjects", bound.liveObjects) && bind(module, "SimShutdown", bound.shutdown) &&
-          bind(module, "SimReset", bound.reset))) {
+          bind(module, "SimSetAsyncDelay", bound.setAsyncDelay) && bind(module, "SimReset", bound.reset))) {
         return env->NewStringUTF("the module lacks the control functions");
     }
     api = bound;  // the module stays loaded for the life of the process
@@ -129,6 +130,11 @@ JNIEXPORT jint JNICALL Java_com_velmora_opc_testsupport_SimControl_shutdown(JNIE
     if (!ready(env)) return 0;
     Utf r(env, reason);
     return api.shutdown(r.get());
+}
+
+JNIEXPORT void JNICALL Java_com_velmora_opc_testsupport_SimControl_setAsyncDelay(JNIEnv* env, jclass,
+                                                                               jint milliseconds) {
+    if (ready(env)) api.setAsyncDelay(milliseconds);
 }
 
 JNIEXPORT void JNICALL Java_com_velmora_opc_testsupport_SimControl_reset(JNIEnv* env, jclass) {

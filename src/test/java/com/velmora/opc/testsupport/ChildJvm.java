@@ -38,18 +38,27 @@ public final class ChildJvm {
 
     /** Runs ChildMain with the mode, without the named classes (binary names) of the main class path. */
     public static Result run(String mode, Set<String> missingClasses) {
+        return run(ChildMain.class, TestSupport.nativeDir(), missingClasses, mode);
+    }
+
+    /**
+     * Runs a main class of the test class path with the arguments, against the native libraries of
+     * nativeDir, without the named classes (binary names) of the main class path.
+     */
+    public static Result run(Class<?> main, File nativeDir, Set<String> missingClasses, String... args) {
         Path classes = reducedCopy(codeSource(NativeLibrary.class), missingClasses);
+        String dir = nativeDir.getAbsolutePath();
         try {
             List<String> command = new ArrayList<>(List.of(
                     Path.of(System.getProperty("java.home"), "bin", "java").toString(),
                     "-Xcheck:jni",
-                    "-Dopc.library.path=" + TestSupport.nativeDir().getAbsolutePath(),
-                    "-Dopc.native.dir=" + TestSupport.nativeDir().getAbsolutePath()));
+                    "-Dopc.library.path=" + dir,
+                    "-Dopc.native.dir=" + dir));
             if (Runtime.version().feature() >= 16) command.add("--enable-native-access=ALL-UNNAMED");
-            command.addAll(List.of("-cp", classes + File.pathSeparator + codeSource(ChildMain.class),
-                    ChildMain.class.getName(), mode));
+            command.addAll(List.of("-cp", classes + File.pathSeparator + codeSource(main), main.getName()));
+            command.addAll(List.of(args));
             ProcessBuilder builder = new ProcessBuilder(command).redirectErrorStream(true);
-            builder.environment().put("LD_LIBRARY_PATH", TestSupport.nativeDir().getAbsolutePath());
+            builder.environment().put("LD_LIBRARY_PATH", dir);
             Process process = builder.start();
             process.getOutputStream().close();
             byte[] out = process.getInputStream().readAllBytes();

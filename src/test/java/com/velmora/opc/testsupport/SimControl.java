@@ -53,6 +53,9 @@ public final class SimControl {
     /** Sends a shutdown request to every connected sink; returns how many were called. */
     public static native int shutdown(String reason);
 
-    /** Clears failures, item errors, null results and calls, and restores every item value. */
+    /** Delay in milliseconds before asynchronous requests run on the server's thread; 0 runs them at once. */
+    public static native void setAsyncDelay(int milliseconds);
+
+    /** Clears failures, item errors, null results, calls and the asynchronous delay, and restores every item value. */
     public static native void reset();
 }
