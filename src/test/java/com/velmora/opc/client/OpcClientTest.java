@@ -98,6 +98,30 @@ class OpcClientTest {
     }
 
     @Test
+    void threadsReadConcurrentlyEachThroughItsOwnConnection() throws Exception {
+        java.util.concurrent.ExecutorService pool = java.util.concurrent.Executors.newFixedThreadPool(4);
+        try {
+            List<java.util.concurrent.Future<Integer>> runs = new java.util.ArrayList<>();
+            for (int t = 0; t < 4; t++) {
+                runs.add(pool.submit(() -> {
+                    int good = 0;
+                    try (OpcServer server = OpcClient.connect(SimControl.PROG_ID);
+                            Group group = server.addGroup("worker", 1000)) {
+                        List<Item> items = group.addItems("Simulation.Random.R8", "Simulation.Array.BSTR");
+                        for (int i = 0; i < 25; i++) {
+                            for (ItemValue v : group.read(DataSource.DEVICE, items)) good += v.isGood() ? 1 : 0;
+                        }
+                    }
+                    return good;
+                }));
+            }
+            for (java.util.concurrent.Future<Integer> run : runs) assertEquals(50, run.get());
+        } finally {
+            pool.shutdown();
+        }
+    }
+
+    @Test
     void closingTheServerClosesItsGroupsOnceAndEndsTheirUse() {
         OpcServer server = OpcClient.connect(SimControl.PROG_ID);
         Group first = server.addGroup("first", 1000);

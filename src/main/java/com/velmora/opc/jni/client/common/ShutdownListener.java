@@ -2,7 +2,10 @@ package com.velmora.opc.jni.client.common;
 
 /** Receives a server's shutdown notice; called on a COM thread. */
 public interface ShutdownListener {
-    /** The server is going down; the reason may be null. */
+    /**
+     * The server is going down. The server's reason is written to the process's console; the
+     * argument is null. A request without a reason is not passed on.
+     */
     void shutdownRequest(String reason);
 
     /** The connection ended without a shutdown request and the native listener object is gone. */
