@@ -5,6 +5,8 @@
 #include "StringEnum.h"
 
 #include <algorithm>
+#include <atomic>
+#include <cstdlib>
 #include <set>
 
 namespace sim {
@@ -102,7 +104,188 @@ HRESULT propertyValue(const ItemDef& item, DWORD id, VARIANT* out) {
     }
 }
 
+// Fills one property record; values only when asked for.
+HRESULT fillProperty(const ItemDef& item, const Property& property, bool withValue, OPCITEMPROPERTY* out) {
+    out->vtDataType = property.type;
+    out->dwPropertyID = property.id;
+    out->szDescription = taskString(widen(property.description));
+    if (out->szDescription == nullptr) return E_OUTOFMEMORY;
+    VariantInit(&out->vValue);
+    out->hrErrorID = withValue ? propertyValue(item, property.id, &out->vValue) : S_OK;
+    return S_OK;
+}
+
+void freeProperties(OPCITEMPROPERTIES& properties) {
+    for (DWORD i = 0; properties.pItemProperties && i < properties.dwNumProperties; ++i) {
+        OPCITEMPROPERTY& p = properties.pItemProperties[i];
+        CoTaskMemFree(p.szItemID);
+        CoTaskMemFree(p.szDescription);
+        VariantClear(&p.vValue);
+    }
+    CoTaskMemFree(properties.pItemProperties);
+    properties = OPCITEMPROPERTIES{};
+}
+
+// The properties of an item: all of them, or those asked for in order (unknown ids fail singly).
+HRESULT itemProperties(const ItemDef& item, bool all, bool withValues, DWORD count, const DWORD* ids,
+                       OPCITEMPROPERTIES* out) {
+    const DWORD n = all ? DWORD(sizeof kProperties / sizeof kProperties[0]) : count;
+    out->hrErrorID = S_OK;
+    if (n == 0) return S_OK;
+    out->pItemProperties = taskArray<OPCITEMPROPERTY>(n);
+    if (out->pItemProperties == nullptr) return E_OUTOFMEMORY;
+    out->dwNumProperties = n;
+    for (DWORD i = 0; i < n; ++i) {
+        const Property* property = all ? &kProperties[i] : findProperty(ids[i]);
+        OPCITEMPROPERTY& record = out->pItemProperties[i];
+        if (property == nullptr) {
+            record.dwPropertyID = ids[i];
+            record.hrErrorID = OPC_E_INVALID_PID;
+            out->hrErrorID = S_FALSE;
+            continue;
+        }
+        if (FAILED(fillProperty(item, *property, withValues, &record))) return E_OUTOFMEMORY;
+        if (FAILED(record.hrErrorID)) out->hrErrorID = S_FALSE;
+    }
+    return S_OK;
+}
+
 }  // namespace
+
+std::atomic<int> g_browsePortion{0};
+
+HRESULT Server::GetProperties(DWORD dwItemCount, LPWSTR* pszItemIDs, BOOL bReturnPropertyValues,
+                              DWORD dwPropertyCount, DWORD* pdwPropertyIDs, OPCITEMPROPERTIES** ppItemProperties) {
+    if (ppItemProperties) *ppItemProperties = nullptr;
+    if (HRESULT hr = enter("IOPCBrowse::GetProperties", "count=" + std::to_string(dwItemCount) + " values=" +
+                                                            std::to_string(bReturnPropertyValues) +
+                                                            " ids=" + joinNumbers(dwPropertyCount, pdwPropertyIDs));
+        FAILED(hr)) {
+        return hr;
+    }
+    if (!ppItemProperties || !pszItemIDs || dwItemCount == 0 || (dwPropertyCount && !pdwPropertyIDs)) {
+        return E_INVALIDARG;
+    }
+    auto* out = taskArray<OPCITEMPROPERTIES>(dwItemCount);
+    if (out == nullptr) return E_OUTOFMEMORY;
+    bool anyFailed = false;
+    for (DWORD i = 0; i < dwItemCount; ++i) {
+        const ItemDef* item = nullptr;
+        HRESULT hr = AddressSpace::instance().lookup(pszItemIDs[i], &item);
+        if (SUCCEEDED(hr)) {
+            hr = itemProperties(*item, dwPropertyCount == 0, bReturnPropertyValues != FALSE, dwPropertyCount,
+                                pdwPropertyIDs, &out[i]);
+            if (hr == E_OUTOFMEMORY) {
+                for (DWORD j = 0; j <= i; ++j) freeProperties(out[j]);
+                CoTaskMemFree(out);
+                return hr;
+            }
+            hr = out[i].hrErrorID;
+        }
+        out[i].hrErrorID = hr;
+        anyFailed = anyFailed || hr != S_OK;
+    }
+    *ppItemProperties = out;
+    return anyFailed ? S_FALSE : S_OK;
+}
+
+HRESULT Server::Browse(LPWSTR szItemID, LPWSTR* pszContinuationPoint, DWORD dwMaxElementsReturned,
+                       OPCBROWSEFILTER dwBrowseFilter, LPWSTR szElementNameFilter, LPWSTR, BOOL bReturnAllProperties,
+                       BOOL bReturnPropertyValues, DWORD dwPropertyCount, DWORD* pdwPropertyIDs, BOOL* pbMoreElements,
+                       DWORD* pdwCount, OPCBROWSEELEMENT** ppBrowseElements) {
+    const std::string continuation =
+        pszContinuationPoint == nullptr ? std::string("null") : narrow(*pszContinuationPoint);
+    if (ppBrowseElements) *ppBrowseElements = nullptr;
+    if (pdwCount) *pdwCount = 0;
+    if (pbMoreElements) *pbMoreElements = FALSE;
+    if (HRESULT hr = enter("IOPCBrowse::Browse", "id=" + narrow(szItemID) + " continuation=" + continuation +
+                                                     " max=" + std::to_string(dwMaxElementsReturned) +
+                                                     " filter=" + std::to_string(dwBrowseFilter) +
+                                                     " all=" + std::to_string(bReturnAllProperties) +
+                                                     " values=" + std::to_string(bReturnPropertyValues) +
+                                                     " ids=" + joinNumbers(dwPropertyCount, pdwPropertyIDs));
+        FAILED(hr)) {
+        return hr;
+    }
+    if (!pszContinuationPoint || !pbMoreElements || !pdwCount || !ppBrowseElements ||
+        (dwPropertyCount && !pdwPropertyIDs)) {
+        return E_INVALIDARG;
+    }
+    // The incoming continuation point stays the caller's; a new one (or null) replaces it.
+    LPWSTR incoming = *pszContinuationPoint;
+    *pszContinuationPoint = nullptr;
+    const WString branch = szItemID ? WString(szItemID) : WString();
+    if (!isBranch(branch)) {
+        const ItemDef* item = nullptr;
+        return SUCCEEDED(AddressSpace::instance().lookup(branch.c_str(), &item)) ? S_FALSE : OPC_E_UNKNOWNITEMID;
+    }
+
+    struct Element {
+        WString name;
+        const ItemDef* item;  // null for a branch
+    };
+    std::vector<Element> children;
+    const WString prefix = prefixOf(branch);
+    std::set<WString> branches;
+    for (const ItemDef* item : AddressSpace::instance().ordered()) {
+        if (item->id.compare(0, prefix.size(), prefix) != 0) continue;
+        const WString rest = item->id.substr(prefix.size());
+        const auto dot = rest.find(kSeparator);
+        const bool isItem = dot == WString::npos;
+        const WString name = isItem ? rest : rest.substr(0, dot);
+        if (!isItem && !branches.insert(name).second) continue;
+        if (dwBrowseFilter == OPC_BROWSE_FILTER_BRANCHES && isItem) continue;
+        if (dwBrowseFilter == OPC_BROWSE_FILTER_ITEMS && !isItem) continue;
+        if (!matches(szElementNameFilter, name)) continue;
+        children.push_back(Element{name, isItem ? item : nullptr});
+    }
+
+    size_t first = 0;
+    if (incoming != nullptr && incoming[0] != 0) {
+        const std::string text = narrow(incoming);
+        char* end = nullptr;
+        const unsigned long value = std::strtoul(text.c_str(), &end, 10);
+        if (end == text.c_str() || *end != 0 || value > children.size()) return OPC_E_INVALIDCONTINUATIONPOINT;
+        first = value;
+    }
+    size_t limit = children.size() - first;
+    if (dwMaxElementsReturned) limit = std::min<size_t>(limit, dwMaxElementsReturned);
+    if (const int portion = g_browsePortion.load(); portion > 0) limit = std::min<size_t>(limit, size_t(portion));
+    const size_t next = first + limit;
+
+    auto* elements = taskArray<OPCBROWSEELEMENT>(DWORD(limit));
+    if (elements == nullptr) return E_OUTOFMEMORY;
+    bool ok = true;
+    for (size_t i = 0; ok && i < limit; ++i) {
+        const Element& child = children[first + i];
+        OPCBROWSEELEMENT& out = elements[i];
+        out.szName = taskString(child.name);
+        out.szItemID = taskString(prefix + child.name);
+        out.dwFlagValue = child.item ? OPC_BROWSE_ISITEM : OPC_BROWSE_HASCHILDREN;
+        ok = out.szName && out.szItemID;
+        if (ok && child.item) {
+            ok = SUCCEEDED(itemProperties(*child.item, bReturnAllProperties != FALSE, bReturnPropertyValues != FALSE,
+                                          dwPropertyCount, pdwPropertyIDs, &out.ItemProperties));
+        }
+    }
+    if (ok && next < children.size()) {
+        *pszContinuationPoint = taskString(widen(std::to_string(next).c_str()));
+        ok = *pszContinuationPoint != nullptr;
+    }
+    if (!ok) {
+        for (size_t i = 0; i < limit; ++i) {
+            CoTaskMemFree(elements[i].szName);
+            CoTaskMemFree(elements[i].szItemID);
+            freeProperties(elements[i].ItemProperties);
+        }
+        CoTaskMemFree(elements);
+        return E_OUTOFMEMORY;
+    }
+    *pbMoreElements = next < children.size() ? TRUE : FALSE;
+    *pdwCount = DWORD(limit);
+    *ppBrowseElements = elements;
+    return limit == 0 ? S_FALSE : S_OK;
+}
 
 HRESULT Server::QueryOrganization(OPCNAMESPACETYPE* pNameSpaceType) {
     if (HRESULT hr = enter("IOPCBrowseServerAddressSpace::QueryOrganization", ""); FAILED(hr)) return hr;

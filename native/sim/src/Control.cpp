@@ -169,10 +169,13 @@ int SimShutdown(const char* reason) {
     return shutdownAll(text.c_str());
 }
 
+void SimSetBrowsePortion(int elements) { g_browsePortion = elements < 0 ? 0 : elements; }
+
 void SimSetAsyncDelay(int milliseconds) { g_asyncDelayMs = milliseconds < 0 ? 0 : milliseconds; }
 
 void SimReset() {
     g_asyncDelayMs = 0;
+    g_browsePortion = 0;
     {
         ControlState& s = state();
         std::lock_guard<std::mutex> guard(s.lock);

@@ -36,6 +36,9 @@ Live<K>::Live() noexcept { countObject(K, +1); }
 template <Kind K>
 Live<K>::~Live() { countObject(K, -1); }
 
+// Elements per IOPCBrowse::Browse answer; 0 = everything at once.
+extern std::atomic<int> g_browsePortion;
+
 // Module locks held through IClassFactory::LockServer.
 extern std::atomic<long> g_moduleLocks;
 

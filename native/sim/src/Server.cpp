@@ -154,6 +154,9 @@ void* Server::interfaceFor(REFIID iid) {
     if (IsEqualIID(iid, IID_IConnectionPointContainer)) return static_cast<IConnectionPointContainer*>(this);
     if (IsEqualIID(iid, IID_IOPCBrowseServerAddressSpace)) return static_cast<IOPCBrowseServerAddressSpace*>(this);
     if (IsEqualIID(iid, IID_IOPCItemProperties)) return static_cast<IOPCItemProperties*>(this);
+    if (IsEqualIID(iid, IID_IOPCBrowse)) return static_cast<IOPCBrowse*>(this);
+    if (IsEqualIID(iid, IID_IOPCSecurityNT)) return static_cast<IOPCSecurityNT*>(this);
+    if (IsEqualIID(iid, IID_IOPCSecurityPrivate)) return static_cast<IOPCSecurityPrivate*>(this);
     return nullptr;
 }
 
@@ -347,6 +350,46 @@ HRESULT Server::FindConnectionPoint(REFIID riid, IConnectionPoint** ppCP) {
     if (ppCP) *ppCP = nullptr;
     if (HRESULT hr = enter("IConnectionPointContainer::FindConnectionPoint", ""); FAILED(hr)) return hr;
     return findConnectionPoint(this, shutdown_, riid, ppCP);
+}
+
+// ---- Security: NT identities are accepted as they come; one private account exists ----------------
+
+HRESULT Server::IsAvailableNT(BOOL* pbAvailable) {
+    if (HRESULT hr = enter("IOPCSecurityNT::IsAvailableNT", ""); FAILED(hr)) return hr;
+    if (pbAvailable == nullptr) return E_INVALIDARG;
+    *pbAvailable = TRUE;
+    return S_OK;
+}
+
+HRESULT Server::QueryMinImpersonationLevel(DWORD* pdwMinImpLevel) {
+    if (HRESULT hr = enter("IOPCSecurityNT::QueryMinImpersonationLevel", ""); FAILED(hr)) return hr;
+    if (pdwMinImpLevel == nullptr) return E_INVALIDARG;
+    *pdwMinImpLevel = RPC_C_IMP_LEVEL_IDENTIFY;
+    return S_OK;
+}
+
+HRESULT Server::ChangeUser() { return enter("IOPCSecurityNT::ChangeUser", ""); }
+
+HRESULT Server::IsAvailablePriv(BOOL* pbAvailable) {
+    if (HRESULT hr = enter("IOPCSecurityPrivate::IsAvailablePriv", ""); FAILED(hr)) return hr;
+    if (pbAvailable == nullptr) return E_INVALIDARG;
+    *pbAvailable = TRUE;
+    return S_OK;
+}
+
+HRESULT Server::Logon(LPCWSTR szUserID, LPCWSTR szPassword) {
+    // The password is not recorded.
+    if (HRESULT hr = enter("IOPCSecurityPrivate::Logon", "user=" + narrow(szUserID)); FAILED(hr)) return hr;
+    if (szUserID == nullptr || szPassword == nullptr) return E_INVALIDARG;
+    if (WString(szUserID) != widen("operator") || WString(szPassword) != widen("secret")) return E_ACCESSDENIED;
+    loggedOn_ = true;
+    return S_OK;
+}
+
+HRESULT Server::Logoff() {
+    if (HRESULT hr = enter("IOPCSecurityPrivate::Logoff", ""); FAILED(hr)) return hr;
+    loggedOn_ = false;
+    return S_OK;
 }
 
 int shutdownAll(const WCHAR* reason) {

@@ -35,7 +35,8 @@ DWORD reviseRate(DWORD requested);
 HRESULT errorText(HRESULT code, LCID locale, LPWSTR* text);
 
 class Server final : public opc::support::ComObject<Server, IOPCServer, IOPCCommon, IConnectionPointContainer,
-                                                    IOPCBrowseServerAddressSpace, IOPCItemProperties> {
+                                                    IOPCBrowseServerAddressSpace, IOPCItemProperties, IOPCBrowse,
+                                                    IOPCSecurityNT, IOPCSecurityPrivate> {
 public:
     Server();
     ~Server() override;
@@ -80,6 +81,24 @@ public:
     HRESULT STDMETHODCALLTYPE LookupItemIDs(LPWSTR szItemID, DWORD dwCount, DWORD* pdwPropertyIDs,
                                             LPWSTR** ppszNewItemIDs, HRESULT** ppErrors) override;
 
+    // IOPCBrowse (Browse.cpp)
+    HRESULT STDMETHODCALLTYPE GetProperties(DWORD dwItemCount, LPWSTR* pszItemIDs, BOOL bReturnPropertyValues,
+                                            DWORD dwPropertyCount, DWORD* pdwPropertyIDs,
+                                            OPCITEMPROPERTIES** ppItemProperties) override;
+    HRESULT STDMETHODCALLTYPE Browse(LPWSTR szItemID, LPWSTR* pszContinuationPoint, DWORD dwMaxElementsReturned,
+                                     OPCBROWSEFILTER dwBrowseFilter, LPWSTR szElementNameFilter,
+                                     LPWSTR szVendorFilter, BOOL bReturnAllProperties, BOOL bReturnPropertyValues,
+                                     DWORD dwPropertyCount, DWORD* pdwPropertyIDs, BOOL* pbMoreElements,
+                                     DWORD* pdwCount, OPCBROWSEELEMENT** ppBrowseElements) override;
+
+    // IOPCSecurityNT, IOPCSecurityPrivate
+    HRESULT STDMETHODCALLTYPE IsAvailableNT(BOOL* pbAvailable) override;
+    HRESULT STDMETHODCALLTYPE QueryMinImpersonationLevel(DWORD* pdwMinImpLevel) override;
+    HRESULT STDMETHODCALLTYPE ChangeUser() override;
+    HRESULT STDMETHODCALLTYPE IsAvailablePriv(BOOL* pbAvailable) override;
+    HRESULT STDMETHODCALLTYPE Logon(LPCWSTR szUserID, LPCWSTR szPassword) override;
+    HRESULT STDMETHODCALLTYPE Logoff() override;
+
 private:
     Live<Kind::Server> live_;
     std::shared_ptr<ServerCore> core_ = std::make_shared<ServerCore>();
@@ -89,6 +108,7 @@ private:
     std::unique_ptr<Engine> engine_;
     std::mutex browseLock_;
     WString browsePosition_;  // the current branch, "" = root
+    std::atomic<bool> loggedOn_{false};
 };
 
 // Calls ShutdownRequest on every sink connected to a live server; the number of sinks called.

@@ -203,4 +203,68 @@ TEST_F(SimTest, BrowsingWalksBranchesAndLeaves) {
     EXPECT_TRUE(drain(names).empty());
 }
 
+TEST_F(SimTest, BrowseAnswersInPortionsWithPropertiesOfItems) {
+    ComPtr<IOPCBrowse> browse;
+    ASSERT_EQ(S_OK, server->QueryInterface(IID_IOPCBrowse, browse.putVoid()));
+    SimSetBrowsePortion(3);
+    DWORD ids[] = {OPC_PROPERTY_DATATYPE, OPC_PROPERTY_ACCESS_RIGHTS};
+    LPWSTR continuation = const_cast<LPWSTR>(u"");
+    LPWSTR toFree = nullptr;
+    BOOL more = TRUE;
+    int calls = 0;
+    std::vector<std::u16string> names;
+    while (more) {
+        DWORD count = 0;
+        OPCBROWSEELEMENT* elements = nullptr;
+        ASSERT_TRUE(SUCCEEDED(browse->Browse(const_cast<LPWSTR>(u"Simulation.Access"), &continuation, 0,
+                                             OPC_BROWSE_FILTER_ALL, const_cast<LPWSTR>(u""),
+                                             const_cast<LPWSTR>(u""), FALSE, TRUE, 2, ids, &more, &count, &elements)));
+        CoTaskMemFree(toFree);
+        toFree = continuation;
+        ++calls;
+        for (DWORD i = 0; i < count; ++i) {
+            OPCBROWSEELEMENT& e = elements[i];
+            names.emplace_back(e.szName);
+            EXPECT_EQ(OPC_BROWSE_ISITEM, int(e.dwFlagValue));
+            ASSERT_EQ(2u, e.ItemProperties.dwNumProperties);
+            EXPECT_EQ(VT_R8, e.ItemProperties.pItemProperties[0].vValue.iVal);
+            const LONG rights = e.ItemProperties.pItemProperties[1].vValue.lVal;
+            EXPECT_EQ(names.back() == u"ReadOnly" ? OPC_READABLE : OPC_WRITEABLE, rights);
+            CoTaskMemFree(e.szName);
+            CoTaskMemFree(e.szItemID);
+            for (DWORD p = 0; p < e.ItemProperties.dwNumProperties; ++p) {
+                CoTaskMemFree(e.ItemProperties.pItemProperties[p].szDescription);
+                VariantClear(&e.ItemProperties.pItemProperties[p].vValue);
+            }
+            CoTaskMemFree(e.ItemProperties.pItemProperties);
+        }
+        CoTaskMemFree(elements);
+    }
+    CoTaskMemFree(toFree);
+    EXPECT_EQ(1, calls);  // two items fit one portion of three
+    EXPECT_EQ((std::vector<std::u16string>{u"ReadOnly", u"WriteOnly"}), names);
+
+    SimSetBrowsePortion(1);
+    continuation = const_cast<LPWSTR>(u"");
+    DWORD count = 0;
+    OPCBROWSEELEMENT* elements = nullptr;
+    ASSERT_EQ(S_OK, browse->Browse(const_cast<LPWSTR>(u""), &continuation, 0, OPC_BROWSE_FILTER_BRANCHES,
+                                   const_cast<LPWSTR>(u""), const_cast<LPWSTR>(u""), FALSE, FALSE, 0, nullptr, &more,
+                                   &count, &elements));
+    EXPECT_EQ(TRUE, more);
+    EXPECT_EQ(u"1", std::u16string(continuation));
+    EXPECT_EQ(u"Bench", std::u16string(elements[0].szName));
+    EXPECT_EQ(OPC_BROWSE_HASCHILDREN, int(elements[0].dwFlagValue));
+    EXPECT_EQ(0u, elements[0].ItemProperties.dwNumProperties);
+    CoTaskMemFree(elements[0].szName);
+    CoTaskMemFree(elements[0].szItemID);
+    CoTaskMemFree(elements);
+    LPWSTR bad = continuation;
+    CoTaskMemFree(bad);
+    continuation = const_cast<LPWSTR>(u"99");
+    EXPECT_EQ(OPC_E_INVALIDCONTINUATIONPOINT,
+              browse->Browse(const_cast<LPWSTR>(u""), &continuation, 0, OPC_BROWSE_FILTER_ALL, const_cast<LPWSTR>(u""),
+                             const_cast<LPWSTR>(u""), FALSE, FALSE, 0, nullptr, &more, &count, &elements));
+}
+
 }  // namespace

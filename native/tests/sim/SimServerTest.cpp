@@ -176,6 +176,17 @@ TEST_F(SimTest, CommonServicesAnswerLocalesAndErrorTexts) {
     SimSetNullResults("IOPCServer::GetErrorString", 1);
     EXPECT_EQ(S_OK, server->GetErrorString(E_FAIL, 1033, &text));
     EXPECT_EQ(nullptr, text);
+
+    ComPtr<IOPCSecurityPrivate> logon;
+    ASSERT_EQ(S_OK, server->QueryInterface(IID_IOPCSecurityPrivate, logon.putVoid()));
+    EXPECT_EQ(E_ACCESSDENIED, logon->Logon(u"operator", u"wrong"));
+    EXPECT_EQ(S_OK, logon->Logon(u"operator", u"secret"));
+    EXPECT_STREQ("user=operator", SimLastCallArgs("IOPCSecurityPrivate::Logon"));
+    ComPtr<IOPCSecurityNT> nt;
+    ASSERT_EQ(S_OK, server->QueryInterface(IID_IOPCSecurityNT, nt.putVoid()));
+    DWORD level = 0;
+    EXPECT_EQ(S_OK, nt->QueryMinImpersonationLevel(&level));
+    EXPECT_EQ(DWORD(RPC_C_IMP_LEVEL_IDENTIFY), level);
 }
 
 TEST_F(SimTest, ServerListFindsTheServerByCategoryAndReadsItsDetails) {

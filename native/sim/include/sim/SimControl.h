@@ -89,7 +89,13 @@ int SimShutdown(const char* reason);
 // thread; 0 (the default) runs them at once. A delay lets a test cancel them in time.
 void SimSetAsyncDelay(int milliseconds);
 
-// Clears failures, item errors, null results, the call record and the asynchronous delay, and
+// Answers IOPCBrowse::Browse with at most `elements` elements per call, with a continuation point
+// (the decimal index of the next element) and the more-elements flag set while more remain;
+// 0 (the default) answers at once.
+void SimSetBrowsePortion(int elements);
+
+// Clears failures, item errors, null results, the call record, the asynchronous delay and the
+// browse portion, and
 // restores every item value.
 void SimReset();
 
