@@ -267,4 +267,51 @@ TEST_F(SimTest, BrowseAnswersInPortionsWithPropertiesOfItems) {
                              const_cast<LPWSTR>(u""), FALSE, FALSE, 0, nullptr, &more, &count, &elements));
 }
 
+TEST_F(SimTest, SubscriptionSendsChangesOnlyForActiveItemsOfAnActiveEnabledGroup) {
+    auto group = addGroup(u"G", 10);
+    const auto h = addItems(group.get(), {"Simulation.Static.I4", "Simulation.Static.R4"});
+    auto* sink = new Sink();
+    ComPtr<IConnectionPoint> point;
+    const DWORD cookie = connect(group.get(), IID_IOPCDataCallback, static_cast<IOPCDataCallback*>(sink), &point);
+    Sink::Call call;
+    ASSERT_TRUE(sink->waitFor("data", &call));
+    EXPECT_EQ(2u, call.clients.size());
+    sink->Release();
+
+    // A second sink sees only what changes after it connected: the written item, once.
+    auto* later = new Sink();
+    ComPtr<IConnectionPoint> point2;
+    const DWORD cookie2 = connect(group.get(), IID_IOPCDataCallback, static_cast<IOPCDataCallback*>(later), &point2);
+    ComPtr<IOPCSyncIO> io;
+    group->QueryInterface(IID_IOPCSyncIO, io.putVoid());
+    VARIANT value; VariantInit(&value);
+    value.vt = VT_I4;
+    value.lVal = 5;
+    HRESULT* errors = nullptr;
+    OPCHANDLE first[] = {h[0]};
+    ASSERT_EQ(S_OK, io->Write(1, first, &value, &errors));
+    CoTaskMemFree(errors);
+    ASSERT_TRUE(later->waitFor("data", &call));
+    EXPECT_EQ(std::vector<OPCHANDLE>{100}, call.clients);
+
+    // Switched off, the group answers refreshes with E_FAIL and sends nothing.
+    ComPtr<IOPCGroupStateMgt> state;
+    group->QueryInterface(IID_IOPCGroupStateMgt, state.putVoid());
+    BOOL off = FALSE;
+    DWORD revised = 0;
+    ASSERT_EQ(S_OK, state->SetState(nullptr, &revised, &off, nullptr, nullptr, nullptr, nullptr));
+    ComPtr<IOPCAsyncIO2> async;
+    group->QueryInterface(IID_IOPCAsyncIO2, async.putVoid());
+    DWORD cancel = 0;
+    EXPECT_EQ(E_FAIL, async->Refresh2(OPC_DS_DEVICE, 9, &cancel));
+    BOOL enabled = FALSE;
+    EXPECT_EQ(S_OK, async->GetEnable(&enabled));
+    EXPECT_EQ(TRUE, enabled);
+
+    EXPECT_EQ(S_OK, point->Unadvise(cookie));
+    EXPECT_EQ(S_OK, point2->Unadvise(cookie2));
+    EXPECT_EQ(CONNECT_E_NOCONNECTION, async->GetEnable(&enabled));
+    later->Release();
+}
+
 }  // namespace

@@ -225,4 +225,35 @@ TEST_F(SimTest, SeveralThreadsReadOneGroupOfBenchItems) {
     EXPECT_EQ(0, wrong.load());
 }
 
+TEST_F(SimTest, ItemManagementChangesHandlesTypesAndRefusesWhatDoesNotFit) {
+    auto group = addGroup(u"G");
+    const auto h = addItems(group.get(), {"Simulation.Static.R8", "Simulation.Array.I2"});
+    OPCHANDLE handles[] = {h[0], h[1], 999};
+    OPCHANDLE clients[] = {7, 8, 9};
+    HRESULT* errors = nullptr;
+    ASSERT_EQ(S_FALSE, group->SetClientHandles(3, handles, clients, &errors));
+    EXPECT_EQ(OPC_E_INVALIDHANDLE, errors[2]);
+    CoTaskMemFree(errors);
+    VARTYPE types[] = {VT_BSTR, VT_BSTR};
+    ASSERT_EQ(S_FALSE, group->SetDatatypes(2, handles, types, &errors));
+    EXPECT_EQ(S_OK, errors[0]);
+    EXPECT_EQ(OPC_E_BADTYPE, errors[1]);
+    CoTaskMemFree(errors);
+
+    ReadResult read(group.get(), {h[0], h[1]});
+    EXPECT_EQ(7u, read.states[0].hClient);
+    EXPECT_EQ(VT_BSTR, read.value(0).vt);
+    EXPECT_EQ(u"2.718281828", std::u16string(read.value(0).bstrVal));
+    EXPECT_EQ(VT_ARRAY | VT_I2, read.value(1).vt);
+
+    // Text that is no number cannot be written to a number, and no enumerator is offered.
+    VARIANT text; VariantInit(&text);
+    text.vt = VT_BSTR;
+    text.bstrVal = SysAllocString(OLESTR("abc"));
+    EXPECT_EQ(std::vector<HRESULT>{OPC_E_BADTYPE}, write(group.get(), {h[0]}, {text}));
+    VariantClear(&text);
+    ComPtr<IUnknown> enumerator;
+    EXPECT_EQ(E_NOTIMPL, group->CreateEnumerator(IID_IEnumOPCItemAttributes, enumerator.put()));
+}
+
 }  // namespace

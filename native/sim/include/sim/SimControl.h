@@ -4,6 +4,13 @@
 // Class:    kSimClsidText, ProgID "Velmora.Simulation.1", version-independent "Velmora.Simulation",
 //           registered in the categories OPC DA 1.0, 2.0 and 3.0.
 //
+// Server interfaces: IOPCServer, IOPCCommon (locales 1033 and 1031), IConnectionPointContainer
+// (IOPCShutdown), IOPCItemProperties, IOPCBrowseServerAddressSpace, IOPCBrowse, IOPCSecurityNT and
+// IOPCSecurityPrivate (one account: user "operator", password "secret"). Group interfaces:
+// IOPCItemMgt, IOPCGroupStateMgt, IOPCSyncIO, IOPCAsyncIO2, IConnectionPointContainer
+// (IOPCDataCallback). Update rates are granted in steps of 10 ms, at least 10 ms. Data changes,
+// asynchronous completions and shutdown requests reach the client on the server's own thread.
+//
 // The module also serves the server-list class (CLSID_OpcServerList, IOPCServerList2 and
 // IOPCServerList) over the registry of the host, registering it only where the host has none.
 //
