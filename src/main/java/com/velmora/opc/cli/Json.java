@@ -16,18 +16,21 @@ final class Json {
         return json.append('}').toString();
     }
 
+    static String item(ItemValue v) {
+        return "{\"item\": " + string(v.itemId())
+                + ", \"value\": " + value(v.value())
+                + ", \"quality\": " + string(v.isFailed() ? "bad" : v.qualityText())
+                + ", \"qualityCode\": " + v.quality()
+                + ", \"timestamp\": " + string(v.timestamp() == null ? null : v.timestamp().toString())
+                + ", \"error\": " + string(v.errorText()) + "}";
+    }
+
     static String values(List<ItemValue> values) {
         StringBuilder json = new StringBuilder("[");
         for (int i = 0; i < values.size(); i++) {
             ItemValue v = values.get(i);
             if (i > 0) json.append(",");
-            json.append("\n  {\"item\": ").append(string(v.itemId()))
-                    .append(", \"value\": ").append(value(v.value()))
-                    .append(", \"quality\": ").append(string(v.isFailed() ? "bad" : v.qualityText()))
-                    .append(", \"qualityCode\": ").append(v.quality())
-                    .append(", \"timestamp\": ").append(string(v.timestamp() == null ? null : v.timestamp().toString()))
-                    .append(", \"error\": ").append(string(v.errorText()))
-                    .append('}');
+            json.append("\n  ").append(item(v));
         }
         return json.append(values.isEmpty() ? "]" : "\n]").toString();
     }

@@ -9,11 +9,14 @@ import com.velmora.opc.client.ItemValue;
 import com.velmora.opc.client.OpcClient;
 import com.velmora.opc.client.OpcServer;
 import com.velmora.opc.client.ServerStatus;
+import com.velmora.opc.client.Subscription;
 import com.velmora.opc.jni.HresultException;
 import com.velmora.opc.jni.UnexpectedNativeException;
 import java.io.PrintStream;
 import java.util.ArrayList;
 import java.util.List;
+import java.util.concurrent.BlockingQueue;
+import java.util.concurrent.LinkedBlockingQueue;
 import java.util.logging.Level;
 import java.util.logging.Logger;
 
@@ -23,6 +26,7 @@ import java.util.logging.Logger;
  * <pre>
  *   opc [--server PROGID] [--host HOST] [--json] [--verbose] status
  *   opc [--server PROGID] [--host HOST] [--json] [--verbose] read [--device|--cache] ITEM...
+ *   opc [--server PROGID] [--host HOST] [--json] [--verbose] watch [--rate MS] [--count N] ITEM...
  * </pre>
  */
 public final class Main {
@@ -35,7 +39,9 @@ public final class Main {
             "usage: opc [--server PROGID] [--host HOST] [--json] [--verbose] COMMAND",
             "commands:",
             "  status                       the server's status",
-            "  read [--device|--cache] ITEM...   read items (from the cache by default)",
+            "  read [--device|--cache] ITEM...      read items (from the cache by default)",
+            "  watch [--rate MS] [--count N] ITEM...  print changes as they come (rate default 1000 ms;",
+            "                                         stops after N changes, else runs until interrupted)",
             "options:",
             "  --server PROGID   ProgID or braced CLSID of the server (default " + DEFAULT_SERVER + ")",
             "  --host HOST       connect to the server on HOST instead of this host",
@@ -65,10 +71,11 @@ public final class Main {
             return OK;
         }
         Logger.getLogger(OpcEnv.LOGGER_NAME).setLevel(options.verbose ? Level.ALL : Level.OFF);
-        try (OpcServer server = OpcClient.connect(options.server, options.host)) {
+        try (OpcClient client = OpcClient.open(); OpcServer server = client.connect(options.server, options.host)) {
             return switch (options.command) {
                 case "status" -> status(server, options, out);
                 case "read" -> read(server, options, out);
+                case "watch" -> watch(server, options, out);
                 default -> throw new IllegalStateException(options.command);
             };
         } catch (HresultException e) {
@@ -124,6 +131,37 @@ public final class Main {
         return values.stream().anyMatch(ItemValue::isFailed) ? FAILED : OK;
     }
 
+    private static int watch(OpcServer server, Options options, PrintStream out) {
+        BlockingQueue<ItemValue> changes = new LinkedBlockingQueue<>();
+        boolean anyFailed = false;
+        try (Group group = server.addGroup("opc-cli", options.rate)) {
+            List<Item> items = group.addItems(options.items.toArray(String[]::new));
+            int width = Math.max(4, items.stream().mapToInt(i -> i.itemId().length()).max().orElse(0));
+            String row = "%-" + width + "s  %-24s  %-18s  %s";
+            if (!options.json) out.println(String.format(row, "ITEM", "VALUE", "QUALITY", "TIMESTAMP").stripTrailing());
+            for (Item item : items) {
+                if (item.isValid()) continue;
+                anyFailed = true;
+                ItemValue failed = new ItemValue(item.itemId(), null, 0, null, item.error());
+                out.println(options.json ? Json.item(failed)
+                        : String.format(row, item.itemId(), "error " + item.errorText(), "bad", "-"));
+            }
+            if (items.stream().noneMatch(Item::isValid)) return FAILED;
+            try (Subscription subscription = group.subscribe(changes::add)) {
+                for (long seen = 0; options.count == 0 || seen < options.count; seen++) {
+                    ItemValue v = changes.take();
+                    out.println(options.json ? Json.item(v) : String.format(row, v.itemId(),
+                            v.isFailed() ? "error " + v.errorText() : v.value() == null ? "(no value)" : v.valueText(),
+                            v.isFailed() ? "bad" : v.qualityText(), time(v.timestamp())));
+                    out.flush();
+                }
+            } catch (InterruptedException e) {
+                Thread.currentThread().interrupt();
+            }
+        }
+        return anyFailed ? FAILED : OK;
+    }
+
     private static String time(java.time.Instant time) {
         return time == null ? "-" : time.toString();
     }
@@ -137,6 +175,8 @@ public final class Main {
         boolean help;
         String command;
         DataSource source = DataSource.CACHE;
+        int rate = 1000;
+        long count;
         final List<String> items = new ArrayList<>();
 
         static Options parse(String[] args) {
@@ -150,6 +190,8 @@ public final class Main {
                     case "--verbose" -> o.verbose = true;
                     case "--device" -> o.source = DataSource.DEVICE;
                     case "--cache" -> o.source = DataSource.CACHE;
+                    case "--rate" -> o.rate = number(value(args, ++i, a), a);
+                    case "--count" -> o.count = number(value(args, ++i, a), a);
                     case "-h", "--help" -> o.help = true;
                     default -> {
                         if (a.startsWith("--")) throw new IllegalArgumentException("unknown option " + a);
@@ -167,12 +209,22 @@ public final class Main {
                 case "status" -> {
                     if (!o.items.isEmpty()) throw new IllegalArgumentException("status takes no arguments");
                 }
-                case "read" -> {
-                    if (o.items.isEmpty()) throw new IllegalArgumentException("read needs at least one item");
+                case "read", "watch" -> {
+                    if (o.items.isEmpty()) throw new IllegalArgumentException(o.command + " needs at least one item");
                 }
                 default -> throw new IllegalArgumentException("unknown command " + o.command);
             }
             return o;
+        }
+
+        private static int number(String text, String option) {
+            try {
+                int n = Integer.parseInt(text);
+                if (n >= 0) return n;
+            } catch (NumberFormatException e) {
+                // reported below
+            }
+            throw new IllegalArgumentException(option + " needs a number of 0 or more, not " + text);
         }
 
         private static String value(String[] args, int i, String option) {

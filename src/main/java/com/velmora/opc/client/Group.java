@@ -25,6 +25,9 @@ public final class Group implements AutoCloseable {
     private final int updateRate;
     private NativeHandle itemMgt;
     private NativeHandle syncIo;
+    private NativeHandle asyncIo;
+    private final Map<Integer, String> itemIds = new java.util.concurrent.ConcurrentHashMap<>();
+    private final List<Subscription> subscriptions = new ArrayList<>();
     private int nextClientHandle = 1;
     private boolean closed;
 
@@ -70,6 +73,7 @@ public final class Group implements AutoCloseable {
             if (i < n) results.add(new Item(itemIds[i], clientHandles[i], serverHandle, canonicalType,
                     accessRights, error));
         };
+        for (int i = 0; i < n; i++) this.itemIds.put(clientHandles[i], itemIds[i]);
         OpcItemMgt.addItems(itemMgt().get(), itemIds.clone(), clientHandles, active, new int[n], collector);
         // Items the server gave no result for are unusable: report them as failed.
         for (int i = results.size(); i < n; i++) results.add(new Item(itemIds[i], clientHandles[i], 0, 0, 0, E_FAIL));
@@ -100,6 +104,27 @@ public final class Group implements AutoCloseable {
         return List.copyOf(values);
     }
 
+    /**
+     * Subscribes to the data changes of the group's active items at the group's update rate. The
+     * listener runs on the server's threads, concurrently with the caller.
+     */
+    public Subscription subscribe(java.util.function.Consumer<ItemValue> listener) {
+        ensureOpen();
+        ComThreads.prepare();
+        if (asyncIo == null) asyncIo = group.query(Iids.IOPC_ASYNC_IO2, "IOPCAsyncIO2");
+        Subscription subscription = Subscription.open(this, asyncIo.get(), itemIds, listener);
+        synchronized (subscriptions) {
+            subscriptions.add(subscription);
+        }
+        return subscription;
+    }
+
+    void forget(Subscription subscription) {
+        synchronized (subscriptions) {
+            subscriptions.remove(subscription);
+        }
+    }
+
     public boolean isClosed() {
         return closed;
     }
@@ -110,6 +135,19 @@ public final class Group implements AutoCloseable {
         if (closed) return;
         closed = true;
         try {
+            List<Subscription> open;
+            synchronized (subscriptions) {
+                open = new ArrayList<>(subscriptions);
+            }
+            for (Subscription subscription : open) subscription.close();
+        } finally {
+            releaseAndRemove();
+        }
+    }
+
+    private void releaseAndRemove() {
+        try {
+            if (asyncIo != null) asyncIo.close();
             if (syncIo != null) syncIo.close();
             if (itemMgt != null) itemMgt.close();
             group.close();

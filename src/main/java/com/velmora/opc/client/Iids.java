@@ -6,6 +6,7 @@ final class Iids {
     static final String IOPC_COMMON = "{F31DFDE2-07B6-11D2-B2D8-0060083BA1FB}";
     static final String IOPC_ITEM_MGT = "{39C13A54-011E-11D0-9675-0020AFD8ADB3}";
     static final String IOPC_SYNC_IO = "{39C13A52-011E-11D0-9675-0020AFD8ADB3}";
+    static final String IOPC_ASYNC_IO2 = "{39C13A71-011E-11D0-9675-0020AFD8ADB3}";
     static final String IOPC_GROUP_STATE_MGT = "{39C13A50-011E-11D0-9675-0020AFD8ADB3}";
 
     private Iids() {}

@@ -12,13 +12,15 @@ import java.util.concurrent.atomic.AtomicReference;
  * gives up the server reference.
  */
 public final class OpcServer implements AutoCloseable {
+    private final OpcClient client;
     private final NativeHandle server;
     private final String name;
     private final String host;
     private final List<Group> groups = new ArrayList<>();
     private int nextGroupHandle = 1;
 
-    OpcServer(NativeHandle server, String name, String host) {
+    OpcServer(OpcClient client, NativeHandle server, String name, String host) {
+        this.client = client;
         this.server = server;
         this.name = name;
         this.host = host;
@@ -102,6 +104,7 @@ public final class OpcServer implements AutoCloseable {
             }
         }
         server.close();
+        client.forget(this);
         if (failure != null) throw failure;
     }
 }
