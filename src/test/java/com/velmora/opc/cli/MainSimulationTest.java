@@ -50,6 +50,17 @@ class MainSimulationTest {
     }
 
     @Test
+    void watchPrintsTheRequestedNumberOfChanges() {
+        assertEquals(Main.OK, run("watch", "--rate", "50", "--count", "3", "Simulation.Ramp.I4"),
+                err.toString(StandardCharsets.UTF_8));
+        List<String> lines = out.toString(StandardCharsets.UTF_8).lines().toList();
+        assertEquals(4, lines.size(), lines::toString);
+        assertTrue(lines.get(0).startsWith("ITEM"), lines.get(0));
+        assertTrue(lines.subList(1, 4).stream().allMatch(l -> l.startsWith("Simulation.Ramp.I4  ") && l.contains("good")),
+                lines::toString);
+    }
+
+    @Test
     void failuresAreOneLineAndANonZeroExit() {
         assertEquals(Main.FAILED, run("--server", "No.Such.Server.1", "status"));
         List<String> lines = err.toString(StandardCharsets.UTF_8).lines().toList();

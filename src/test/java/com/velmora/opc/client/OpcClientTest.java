@@ -13,6 +13,7 @@ import com.velmora.opc.jni.HresultException;
 import com.velmora.opc.testsupport.LedgerCheck;
 import com.velmora.opc.testsupport.SimControl;
 import java.util.List;
+import org.junit.jupiter.api.AfterEach;
 import org.junit.jupiter.api.BeforeEach;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.extension.ExtendWith;
@@ -23,15 +24,23 @@ class OpcClientTest {
     private static final int OPC_E_UNKNOWNITEMID = 0xC0040007;
     private static final int OPC_E_BADRIGHTS = 0xC0040006;
 
+    private OpcClient client;
+
     @BeforeEach
     void simulationServer() {
         assumeTrue(SimControl.available(), SimControl::problem);
         SimControl.reset();
+        client = OpcClient.open();
+    }
+
+    @AfterEach
+    void closeClient() {
+        if (client != null) client.close();
     }
 
     @Test
     void readsTypedValuesAndReportsRejectedItemsAsValues() {
-        try (OpcServer server = OpcClient.connect(SimControl.PROG_ID)) {
+        try (OpcServer server = client.connect(SimControl.PROG_ID)) {
             ServerStatus status = server.status();
             assertEquals(ServerState.RUNNING, status.state());
             assertNotNull(status.vendorInfo());
@@ -63,7 +72,7 @@ class OpcClientTest {
 
     @Test
     void deviceReadsCarryPerItemFailuresAndQualities() {
-        try (OpcServer server = OpcClient.connect(SimControl.CLSID); Group group = server.addGroup("device", 500)) {
+        try (OpcServer server = client.connect(SimControl.CLSID); Group group = server.addGroup("device", 500)) {
             List<Item> items = group.addItems("Simulation.Access.WriteOnly", "Simulation.Quality.Bad",
                     "Simulation.Quality.Uncertain");
             List<ItemValue> values = group.read(DataSource.DEVICE, items);
@@ -78,10 +87,10 @@ class OpcClientTest {
 
     @Test
     void serverFailuresRaiseHresultExceptionsAndReleaseEverything() {
-        HresultException unknown = assertThrows(HresultException.class, () -> OpcClient.connect("No.Such.Server.1"));
+        HresultException unknown = assertThrows(HresultException.class, () -> client.connect("No.Such.Server.1"));
         assertEquals("OpcEnv::toCLSID", unknown.getOperation());
 
-        try (OpcServer server = OpcClient.connect(SimControl.PROG_ID)) {
+        try (OpcServer server = client.connect(SimControl.PROG_ID)) {
             SimControl.failNext("IOPCServer::AddGroup", E_FAIL, 1);
             HresultException addGroup = assertThrows(HresultException.class, () -> server.addGroup("g", 1000));
             assertEquals("IOPCServer::AddGroup", addGroup.getOperation());
@@ -105,7 +114,7 @@ class OpcClientTest {
             for (int t = 0; t < 4; t++) {
                 runs.add(pool.submit(() -> {
                     int good = 0;
-                    try (OpcServer server = OpcClient.connect(SimControl.PROG_ID);
+                    try (OpcServer server = client.connect(SimControl.PROG_ID);
                             Group group = server.addGroup("worker", 1000)) {
                         List<Item> items = group.addItems("Simulation.Random.R8", "Simulation.Array.BSTR");
                         for (int i = 0; i < 25; i++) {
@@ -122,8 +131,42 @@ class OpcClientTest {
     }
 
     @Test
+    void aSubscriptionDeliversChangesUntilClosed() throws InterruptedException {
+        java.util.concurrent.BlockingQueue<ItemValue> changes = new java.util.concurrent.LinkedBlockingQueue<>();
+        try (OpcServer server = client.connect(SimControl.PROG_ID); Group group = server.addGroup("watched", 50)) {
+            group.addItems("Simulation.Ramp.I4");
+            Subscription subscription = group.subscribe(changes::add);
+            for (int i = 0; i < 3; i++) {
+                ItemValue change = changes.poll(5, java.util.concurrent.TimeUnit.SECONDS);
+                assertNotNull(change, "no data change");
+                assertEquals("Simulation.Ramp.I4", change.itemId());
+                assertInstanceOf(Double.class, change.value());
+            }
+            subscription.close();
+            assertTrue(subscription.isClosed());
+            changes.clear();
+            Thread.sleep(200);
+            assertEquals(List.of(), List.copyOf(changes));
+            // A group closed with a subscription open ends the subscription first.
+            group.subscribe(changes::add);
+        }
+    }
+
+    @Test
+    void closingTheClientClosesEveryConnectionMadeThroughIt() {
+        OpcClient other = OpcClient.open();
+        OpcServer first = other.connect(SimControl.PROG_ID);
+        OpcServer second = other.connect(SimControl.CLSID);
+        second.addGroup("left open", 1000).addItems("Simulation.Static.R8");
+        first.close();
+        other.close();
+        assertFalse(second.isOpen());
+        assertThrows(IllegalStateException.class, () -> other.connect(SimControl.PROG_ID));
+    }
+
+    @Test
     void closingTheServerClosesItsGroupsOnceAndEndsTheirUse() {
-        OpcServer server = OpcClient.connect(SimControl.PROG_ID);
+        OpcServer server = client.connect(SimControl.PROG_ID);
         Group first = server.addGroup("first", 1000);
         Group second = server.addGroup("second", 1000);
         List<Item> items = first.addItems("Simulation.Static.R4");
