@@ -200,7 +200,11 @@ HRESULT Server::AddGroup(LPCWSTR szName, BOOL bActive, DWORD dwRequestedUpdateRa
     }
     const HRESULT qi = group->QueryInterface(riid, reinterpret_cast<void**>(ppUnk));
     if (FAILED(qi)) {
-        RemoveGroup(state.serverHandle, TRUE);
+        {
+            std::lock_guard<std::mutex> guard(core_->lock);
+            core_->groups.erase(state.serverHandle);
+        }
+        group->Release();
         *ppUnk = nullptr;
         return qi;
     }

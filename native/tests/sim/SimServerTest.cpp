@@ -114,6 +114,9 @@ TEST_F(SimTest, AddGroupRevisesRatesRefusesDuplicatesAndRecordsArguments) {
     ComPtr<IUnknown> found;
     EXPECT_EQ(S_OK, server->GetGroupByName(generated.c_str(), IID_IUnknown, found.put()));
     EXPECT_EQ(E_INVALIDARG, server->GetGroupByName(u"nope", IID_IUnknown, found.put()));
+    EXPECT_EQ(E_NOINTERFACE, server->AddGroup(u"G8", TRUE, 1000, 5, nullptr, &deadband, 1033, &h2, &revised,
+                                              IID_IOPCServer, found.put()));
+    EXPECT_EQ(3, SimLiveObjects("group"));  // the refused group is gone, and its name is free
     deadband = 101;
     EXPECT_EQ(E_INVALIDARG, server->AddGroup(u"G9", TRUE, 1000, 5, nullptr, &deadband, 1033, &h2, &revised,
                                              IID_IUnknown, found.put()));
@@ -222,7 +225,8 @@ TEST_F(SimTest, ServerListFindsTheServerByCategoryAndReadsItsDetails) {
     EXPECT_EQ(u"Velmora.Simulation.1", take(progId));
     EXPECT_EQ(u"Velmora Simulation Server", take(userType));
     EXPECT_EQ(u"Velmora.Simulation", take(independent));
-    EXPECT_EQ(REGDB_E_CLASSNOTREG, list->GetClassDetails(IID_IOPCServer, &progId, &userType, &independent));
+    const CLSID unknown = {0x0BADF00D, 0x1234, 0x4321, {0x80, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x01}};
+    EXPECT_EQ(REGDB_E_CLASSNOTREG, list->GetClassDetails(unknown, &progId, &userType, &independent));
     CLSID clsid{};
     EXPECT_EQ(S_OK, list->CLSIDFromProgID(u"Velmora.Simulation", &clsid));
     EXPECT_TRUE(IsEqualCLSID(clsid, CLSID_VelmoraSimulation));
