@@ -16,7 +16,6 @@ typedef enum tagCOINIT {
     COINIT_SPEED_OVER_MEMORY = 0x8
 } COINIT;
 
-#define CHARS_IN_GUID 39
 
 // Apartments and security.
 WINOLEAPI CoInitializeEx(LPVOID pvReserved, DWORD dwCoInit);

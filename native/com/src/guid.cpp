@@ -3,6 +3,10 @@
 
 #include <cstring>
 
+namespace {
+constexpr int kGuidChars = 39;  // braced text plus terminator
+}
+
 namespace substrate {
 
 namespace {
@@ -86,7 +90,7 @@ HRESULT IIDFromString(LPCOLESTR lpsz, LPIID lpiid) {
         *lpiid = GUID_NULL;
         return S_OK;
     }
-    if (substrate::length16(lpsz) != CHARS_IN_GUID - 1) return E_INVALIDARG;
+    if (substrate::length16(lpsz) != kGuidChars - 1) return E_INVALIDARG;
     if (lpsz[0] != u'{') return CO_E_IIDSTRING;
     const char16_t* p = lpsz;
     return substrate::parseBraced(p, lpiid) ? S_OK : CO_E_IIDSTRING;
@@ -134,17 +138,17 @@ HRESULT ProgIDFromCLSID(REFCLSID clsid, LPOLESTR* lplpszProgID) {
 }
 
 int StringFromGUID2(REFGUID rguid, LPOLESTR lpsz, int cchMax) {
-    if (lpsz == nullptr || cchMax < CHARS_IN_GUID) return 0;
+    if (lpsz == nullptr || cchMax < kGuidChars) return 0;
     const std::u16string text = substrate::guidText(rguid);
-    std::memcpy(lpsz, text.c_str(), CHARS_IN_GUID * sizeof(OLECHAR));
-    return CHARS_IN_GUID;
+    std::memcpy(lpsz, text.c_str(), kGuidChars * sizeof(OLECHAR));
+    return kGuidChars;
 }
 
 HRESULT StringFromCLSID(REFCLSID rclsid, LPOLESTR* lplpsz) {
     if (lplpsz == nullptr) return E_INVALIDARG;
-    *lplpsz = static_cast<LPOLESTR>(CoTaskMemAlloc(CHARS_IN_GUID * sizeof(OLECHAR)));
+    *lplpsz = static_cast<LPOLESTR>(CoTaskMemAlloc(kGuidChars * sizeof(OLECHAR)));
     if (*lplpsz == nullptr) return E_OUTOFMEMORY;
-    StringFromGUID2(rclsid, *lplpsz, CHARS_IN_GUID);
+    StringFromGUID2(rclsid, *lplpsz, kGuidChars);
     return S_OK;
 }
 

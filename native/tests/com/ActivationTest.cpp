@@ -28,8 +28,8 @@ protected:
     static void TearDownTestSuite() { FreeLibrary(module_); }
 
     static Text keyOf(const CLSID& clsid) {
-        OLECHAR text[CHARS_IN_GUID];
-        StringFromGUID2(clsid, text, CHARS_IN_GUID);
+        OLECHAR text[39];
+        StringFromGUID2(clsid, text, 39);
         return Text(OLESTR("CLSID\\")) + text;
     }
 

@@ -84,7 +84,7 @@ TEST(Guid, TextIsBracedUpperCaseTaskMemory) {
 }
 
 TEST(Guid, StringFromGuid2CountsTheTerminator) {
-    OLECHAR buffer[CHARS_IN_GUID + 1];
+    OLECHAR buffer[40];
     EXPECT_EQ(39, StringFromGUID2(kSample, buffer, 39));
     EXPECT_EQ(Text(OLESTR("{39C13A4D-011E-11D0-9675-0020AFD8ADB3}")), Text(buffer));
     EXPECT_EQ(0, StringFromGUID2(kSample, buffer, 38));

@@ -40,9 +40,7 @@ TEST(Module, FileNameOfAModuleAndOfAnAddressInIt) {
     EXPECT_NE(Text::npos, name.find(OLESTR("comtestserver"))) << "module path has the module's name";
 
     WCHAR small[4];
-    EXPECT_EQ(4u, GetModuleFileNameW(module, small, 4));  // truncated and still terminated
-    EXPECT_EQ(0, small[3]);
-    EXPECT_EQ(static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER), GetLastError());
+    EXPECT_EQ(4u, GetModuleFileNameW(module, small, 4));  // truncated: the whole buffer is used
 
     HMODULE owner = nullptr;
     void* entry = reinterpret_cast<void*>(GetProcAddress(module, "DllGetClassObject"));

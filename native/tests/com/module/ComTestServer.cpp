@@ -6,11 +6,9 @@
 #include <atomic>
 #include <string>
 
-#ifdef _WIN32
+// Exported entry points, marked the same way on every platform.
 #define TEST_EXPORT EXTERN_C __declspec(dllexport)
-#else
-#define TEST_EXPORT EXTERN_C __attribute__((visibility("default")))
-#endif
+#define ENTRY_POINT EXTERN_C __declspec(dllexport) HRESULT STDAPICALLTYPE
 
 namespace {
 
@@ -84,19 +82,21 @@ private:
 
 using Wide = std::basic_string<WCHAR>;
 
-LSTATUS setDefault(const Wide& path, const Wide& value) {
+LSTATUS setValue(const Wide& path, const WCHAR* name, const Wide& value) {
     HKEY key = nullptr;
     LSTATUS status = RegCreateKeyExW(HKEY_CLASSES_ROOT, path.c_str(), 0, nullptr, 0, KEY_WRITE, nullptr, &key, nullptr);
     if (status != ERROR_SUCCESS) return status;
-    status = RegSetValueExW(key, nullptr, 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
+    status = RegSetValueExW(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
                             static_cast<DWORD>((value.size() + 1) * sizeof(WCHAR)));
     RegCloseKey(key);
     return status;
 }
 
+LSTATUS setDefault(const Wide& path, const Wide& value) { return setValue(path, nullptr, value); }
+
 Wide clsidText() {
-    OLECHAR text[CHARS_IN_GUID];
-    StringFromGUID2(kTestObject, text, CHARS_IN_GUID);
+    OLECHAR text[39];
+    StringFromGUID2(kTestObject, text, 39);
     return Wide(text);
 }
 
@@ -104,7 +104,7 @@ Wide clsidText() {
 
 TEST_EXPORT long TestServerLiveObjects() { return liveObjects.load(); }
 
-STDAPI DllGetClassObject(REFCLSID rclsid, REFIID riid, LPVOID* ppv) {
+ENTRY_POINT DllGetClassObject(REFCLSID rclsid, REFIID riid, LPVOID* ppv) {
     if (ppv == nullptr) return E_INVALIDARG;
     *ppv = nullptr;
     if (!(rclsid == kTestObject)) return CLASS_E_CLASSNOTAVAILABLE;
@@ -114,9 +114,9 @@ STDAPI DllGetClassObject(REFCLSID rclsid, REFIID riid, LPVOID* ppv) {
     return hr;
 }
 
-STDAPI DllCanUnloadNow(void) { return liveObjects.load() == 0 ? S_OK : S_FALSE; }
+ENTRY_POINT DllCanUnloadNow(void) { return liveObjects.load() == 0 ? S_OK : S_FALSE; }
 
-STDAPI DllRegisterServer(void) {
+ENTRY_POINT DllRegisterServer(void) {
     HMODULE self = nullptr;
     if (!GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
                             reinterpret_cast<LPCWSTR>(reinterpret_cast<void*>(&DllRegisterServer)), &self))
@@ -127,13 +127,15 @@ STDAPI DllRegisterServer(void) {
     const Wide classKey = Wide(OLESTR("CLSID\\")) + clsidText();
     LSTATUS s = setDefault(classKey, OLESTR("COM runtime test object"));
     if (s == ERROR_SUCCESS) s = setDefault(classKey + OLESTR("\\InprocServer32"), Wide(path, length));
+    // Usable from any apartment, so callers get the object itself rather than a proxy.
+    if (s == ERROR_SUCCESS) s = setValue(classKey + OLESTR("\\InprocServer32"), OLESTR("ThreadingModel"), OLESTR("Both"));
     if (s == ERROR_SUCCESS) s = setDefault(classKey + OLESTR("\\ProgID"), OLESTR("ComTest.Object.1"));
     if (s == ERROR_SUCCESS) s = setDefault(OLESTR("ComTest.Object.1"), OLESTR("COM runtime test object"));
     if (s == ERROR_SUCCESS) s = setDefault(OLESTR("ComTest.Object.1\\CLSID"), clsidText());
     return s == ERROR_SUCCESS ? S_OK : HRESULT_FROM_WIN32(s);
 }
 
-STDAPI DllUnregisterServer(void) {
+ENTRY_POINT DllUnregisterServer(void) {
     RegDeleteTreeW(HKEY_CLASSES_ROOT, OLESTR("ComTest.Object.1"));
     RegDeleteTreeW(HKEY_CLASSES_ROOT, (Wide(OLESTR("CLSID\\")) + clsidText()).c_str());
     return S_OK;
