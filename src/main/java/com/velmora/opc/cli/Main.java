@@ -38,10 +38,10 @@ public final class Main {
     private static final String USAGE_TEXT = String.join(System.lineSeparator(),
             "usage: opc [--server PROGID] [--host HOST] [--json] [--verbose] COMMAND",
             "commands:",
-            "  status                       the server's status",
-            "  read [--device|--cache] ITEM...      read items (from the cache by default)",
-            "  watch [--rate MS] [--count N] ITEM...  print changes as they come (rate default 1000 ms;",
-            "                                         stops after N changes, else runs until interrupted)",
+            "  status                                 the server's status",
+            "  read [--device|--cache] ITEM...        read items (from the cache by default)",
+            "  watch [--rate MS] [--count N] ITEM...  print data changes as they come (rate default",
+            "                                         1000 ms; stops after N changes, else runs on)",
             "options:",
             "  --server PROGID   ProgID or braced CLSID of the server (default " + DEFAULT_SERVER + ")",
             "  --host HOST       connect to the server on HOST instead of this host",
@@ -137,7 +137,9 @@ public final class Main {
         try (Group group = server.addGroup("opc-cli", options.rate)) {
             List<Item> items = group.addItems(options.items.toArray(String[]::new));
             int width = Math.max(4, items.stream().mapToInt(i -> i.itemId().length()).max().orElse(0));
-            String row = "%-" + width + "s  %-24s  %-18s  %s";
+            int valueWidth = Math.max(24, items.stream().filter(i -> !i.isValid())
+                    .mapToInt(i -> ("error " + i.errorText()).length()).max().orElse(0));
+            String row = "%-" + width + "s  %-" + valueWidth + "s  %-18s  %s";
             if (!options.json) out.println(String.format(row, "ITEM", "VALUE", "QUALITY", "TIMESTAMP").stripTrailing());
             for (Item item : items) {
                 if (item.isValid()) continue;
