@@ -25,6 +25,11 @@ LPWSTR taskString(const WString& text) {
     return copy;
 }
 
+WString guidText(const GUID& guid) {
+    OLECHAR buffer[40];
+    return StringFromGUID2(guid, buffer, 40) > 0 ? WString(buffer) : WString();
+}
+
 FILETIME now() {
     using namespace std::chrono;
     constexpr unsigned long long kUnixEpochIn1601Ticks = 116444736000000000ULL;

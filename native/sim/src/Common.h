@@ -19,6 +19,9 @@ LPWSTR taskString(const WString& text);
 
 FILETIME now();
 
+// The braced upper-case text of a GUID.
+WString guidText(const GUID& guid);
+
 }  // namespace sim
 
 namespace sim {

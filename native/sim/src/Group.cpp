@@ -397,17 +397,13 @@ void Group::deliverData(DWORD transaction, std::vector<Sample>& samples, bool re
         if ((qualities[i] & OPC_QUALITY_MASK) != OPC_QUALITY_GOOD) masterQuality = S_FALSE;
         if (errors[i] != S_OK) masterError = S_FALSE;
     }
-    OPCHANDLE clientGroup;
-    {
-        std::lock_guard<std::mutex> guard(stateLock_);
-        clientGroup = state_.clientHandle;
-    }
+    const OPCHANDLE group = clientGroup();
     for (auto& sink : callbacks_->sinks<IOPCDataCallback>()) {
         if (readComplete) {
-            sink->OnReadComplete(transaction, clientGroup, masterQuality, masterError, n, handles.data(),
+            sink->OnReadComplete(transaction, group, masterQuality, masterError, n, handles.data(),
                                  values.data(), qualities.data(), stamps.data(), errors.data());
         } else {
-            sink->OnDataChange(transaction, clientGroup, masterQuality, masterError, n, handles.data(), values.data(),
+            sink->OnDataChange(transaction, group, masterQuality, masterError, n, handles.data(), values.data(),
                                qualities.data(), stamps.data(), errors.data());
         }
     }
@@ -453,6 +449,24 @@ void Group::tick() {
 
 // ---- IOPCAsyncIO2 ---------------------------------------------------------------------------------
 
+OPCHANDLE Group::clientGroup() const {
+    std::lock_guard<std::mutex> guard(stateLock_);
+    return state_.clientHandle;
+}
+
+DWORD Group::postRequest(DWORD transaction, std::function<void(Group*)> run) {
+    auto keep = std::make_shared<ComPtr<Group>>(ComPtr<Group>::borrow(this));
+    std::lock_guard<std::mutex> guard(core_->lock);
+    if (core_->engine == nullptr) return 0;
+    return core_->engine->post([keep, run] { run(keep->get()); },
+                               [keep, transaction] {
+                                   const OPCHANDLE group = (*keep)->clientGroup();
+                                   for (auto& sink : (*keep)->callbacks_->sinks<IOPCDataCallback>()) {
+                                       sink->OnCancelComplete(transaction, group);
+                                   }
+                               });
+}
+
 HRESULT Group::Read(DWORD dwCount, OPCHANDLE* phServer, DWORD dwTransactionID, DWORD* pdwCancelID,
                     HRESULT** ppErrors) {
     if (ppErrors) *ppErrors = nullptr;
@@ -480,39 +494,24 @@ HRESULT Group::Read(DWORD dwCount, OPCHANDLE* phServer, DWORD dwTransactionID, D
     }
     const HRESULT result = accepted.size() == dwCount ? S_OK : S_FALSE;
     if (!accepted.empty()) {
-        ComPtr<Group> self = ComPtr<Group>::borrow(this);
-        std::lock_guard<std::mutex> guard(core_->lock);
-        if (core_->engine == nullptr) {
+        *pdwCancelID = postRequest(dwTransactionID, [accepted, dwTransactionID](Group* group) {
+            std::vector<Sample> samples;
+            const bool active = group->groupActive();
+            std::shared_lock<std::shared_mutex> items(group->itemsLock_);
+            for (OPCHANDLE h : accepted) {
+                Sample sample;
+                VariantInit(&sample.value);
+                const Item& item = group->items_[h - 1];
+                sample.error = item.live ? group->readItem(item, OPC_DS_DEVICE, active, &sample) : OPC_E_INVALIDHANDLE;
+                samples.push_back(sample);
+            }
+            items.unlock();
+            group->deliverData(dwTransactionID, samples, true);
+        });
+        if (*pdwCancelID == 0) {
             CoTaskMemFree(errs);
             return E_FAIL;
         }
-        auto keep = std::make_shared<ComPtr<Group>>(std::move(self));
-        *pdwCancelID = core_->engine->post(
-            [keep, accepted, dwTransactionID] {
-                Group* group = keep->get();
-                std::vector<Sample> samples;
-                const bool active = group->groupActive();
-                std::shared_lock<std::shared_mutex> items(group->itemsLock_);
-                for (OPCHANDLE h : accepted) {
-                    Sample sample;
-                    VariantInit(&sample.value);
-                    const Item& item = group->items_[h - 1];
-                    sample.error = item.live ? group->readItem(item, OPC_DS_DEVICE, active, &sample) : OPC_E_INVALIDHANDLE;
-                    samples.push_back(sample);
-                }
-                items.unlock();
-                group->deliverData(dwTransactionID, samples, true);
-            },
-            [keep, dwTransactionID] {
-                OPCHANDLE clientGroup;
-                {
-                    std::lock_guard<std::mutex> state((*keep)->stateLock_);
-                    clientGroup = (*keep)->state_.clientHandle;
-                }
-                for (auto& sink : (*keep)->callbacks_->sinks<IOPCDataCallback>()) {
-                    sink->OnCancelComplete(dwTransactionID, clientGroup);
-                }
-            });
     }
     *ppErrors = errs;
     return result;
@@ -558,47 +557,29 @@ HRESULT Group::Write(DWORD dwCount, OPCHANDLE* phServer, VARIANT* pItemValues, D
     }
     const HRESULT result = request->handles.size() == dwCount ? S_OK : S_FALSE;
     if (!request->handles.empty()) {
-        auto keep = std::make_shared<ComPtr<Group>>(ComPtr<Group>::borrow(this));
-        std::lock_guard<std::mutex> guard(core_->lock);
-        if (core_->engine == nullptr) {
+        *pdwCancelID = postRequest(dwTransactionID, [request, dwTransactionID](Group* group) {
+            const DWORD n = DWORD(request->handles.size());
+            std::vector<OPCHANDLE> clients(n);
+            std::vector<HRESULT> errors(n);
+            HRESULT master = S_OK;
+            {
+                std::shared_lock<std::shared_mutex> items(group->itemsLock_);
+                for (DWORD i = 0; i < n; ++i) {
+                    const Item& item = group->items_[request->handles[i] - 1];
+                    clients[i] = item.clientHandle;
+                    errors[i] = item.live ? group->writeItem(item, request->values[i]) : OPC_E_INVALIDHANDLE;
+                    if (errors[i] != S_OK) master = S_FALSE;
+                }
+            }
+            const OPCHANDLE clientGroup = group->clientGroup();
+            for (auto& sink : group->callbacks_->sinks<IOPCDataCallback>()) {
+                sink->OnWriteComplete(dwTransactionID, clientGroup, master, n, clients.data(), errors.data());
+            }
+        });
+        if (*pdwCancelID == 0) {
             CoTaskMemFree(errs);
             return E_FAIL;
         }
-        *pdwCancelID = core_->engine->post(
-            [keep, request, dwTransactionID] {
-                Group* group = keep->get();
-                const DWORD n = DWORD(request->handles.size());
-                std::vector<OPCHANDLE> clients(n);
-                std::vector<HRESULT> errors(n);
-                HRESULT master = S_OK;
-                {
-                    std::shared_lock<std::shared_mutex> items(group->itemsLock_);
-                    for (DWORD i = 0; i < n; ++i) {
-                        const Item& item = group->items_[request->handles[i] - 1];
-                        clients[i] = item.clientHandle;
-                        errors[i] = item.live ? group->writeItem(item, request->values[i]) : OPC_E_INVALIDHANDLE;
-                        if (errors[i] != S_OK) master = S_FALSE;
-                    }
-                }
-                OPCHANDLE clientGroup;
-                {
-                    std::lock_guard<std::mutex> state(group->stateLock_);
-                    clientGroup = group->state_.clientHandle;
-                }
-                for (auto& sink : group->callbacks_->sinks<IOPCDataCallback>()) {
-                    sink->OnWriteComplete(dwTransactionID, clientGroup, master, n, clients.data(), errors.data());
-                }
-            },
-            [keep, dwTransactionID] {
-                OPCHANDLE clientGroup;
-                {
-                    std::lock_guard<std::mutex> state((*keep)->stateLock_);
-                    clientGroup = (*keep)->state_.clientHandle;
-                }
-                for (auto& sink : (*keep)->callbacks_->sinks<IOPCDataCallback>()) {
-                    sink->OnCancelComplete(dwTransactionID, clientGroup);
-                }
-            });
     }
     *ppErrors = errs;
     return result;
@@ -618,36 +599,22 @@ HRESULT Group::Refresh2(OPCDATASOURCE dwSource, DWORD dwTransactionID, DWORD* pd
         std::shared_lock<std::shared_mutex> guard(itemsLock_);
         if (std::none_of(items_.begin(), items_.end(), [](const Item& i) { return i.live && i.active; })) return E_FAIL;
     }
-    auto keep = std::make_shared<ComPtr<Group>>(ComPtr<Group>::borrow(this));
-    std::lock_guard<std::mutex> guard(core_->lock);
-    if (core_->engine == nullptr) return E_FAIL;
-    *pdwCancelID = core_->engine->post(
-        [keep, dwSource, dwTransactionID] {
-            Group* group = keep->get();
-            std::vector<Sample> samples;
-            const bool active = group->groupActive();
-            {
-                std::shared_lock<std::shared_mutex> items(group->itemsLock_);
-                for (const Item& item : group->items_) {
-                    if (!item.live || !item.active) continue;
-                    Sample sample;
-                    VariantInit(&sample.value);
-                    sample.error = group->readItem(item, dwSource, active, &sample);
-                    samples.push_back(sample);
-                }
+    *pdwCancelID = postRequest(dwTransactionID, [dwSource, dwTransactionID](Group* group) {
+        std::vector<Sample> samples;
+        const bool active = group->groupActive();
+        {
+            std::shared_lock<std::shared_mutex> items(group->itemsLock_);
+            for (const Item& item : group->items_) {
+                if (!item.live || !item.active) continue;
+                Sample sample;
+                VariantInit(&sample.value);
+                sample.error = group->readItem(item, dwSource, active, &sample);
+                samples.push_back(sample);
             }
-            if (!samples.empty()) group->deliverData(dwTransactionID, samples, false);
-        },
-        [keep, dwTransactionID] {
-            OPCHANDLE clientGroup;
-            {
-                std::lock_guard<std::mutex> state((*keep)->stateLock_);
-                clientGroup = (*keep)->state_.clientHandle;
-            }
-            for (auto& sink : (*keep)->callbacks_->sinks<IOPCDataCallback>()) {
-                sink->OnCancelComplete(dwTransactionID, clientGroup);
-            }
-        });
+        }
+        if (!samples.empty()) group->deliverData(dwTransactionID, samples, false);
+    });
+    if (*pdwCancelID == 0) return E_FAIL;
     return S_OK;
 }
 

@@ -8,6 +8,7 @@
 #include "Control.h"
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <shared_mutex>
@@ -113,6 +114,10 @@ private:
     HRESULT readItem(const Item& item, OPCDATASOURCE source, bool groupActive, Sample* sample);
     HRESULT writeItem(const Item& item, const VARIANT& value);
     void deliverData(DWORD transaction, std::vector<Sample>& samples, bool readComplete);
+    OPCHANDLE clientGroup() const;
+    // Queues an asynchronous request on the server's thread (a cancel completes it with
+    // OnCancelComplete); its cancel id, or 0 when the server is gone.
+    DWORD postRequest(DWORD transaction, std::function<void(Group*)> run);
     bool groupActive() const;
 
     Live<Kind::Group> live_;

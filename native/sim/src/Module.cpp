@@ -47,21 +47,6 @@ private:
 const char kCategoryTexts[][40] = {"OPC Data Access Servers Version 1.0", "OPC Data Access Servers Version 2.0",
                                    "OPC Data Access Servers Version 3.0"};
 
-WString guidText(const GUID& guid) {
-    OLECHAR buffer[40];
-    return StringFromGUID2(guid, buffer, 40) > 0 ? WString(buffer) : WString();
-}
-
-HRESULT setValue(const WString& keyPath, const WCHAR* name, const WString& value) {
-    HKEY key = nullptr;
-    LONG rc = RegCreateKeyExW(HKEY_CLASSES_ROOT, keyPath.c_str(), 0, nullptr, 0, KEY_WRITE, nullptr, &key, nullptr);
-    if (rc != ERROR_SUCCESS) return HRESULT_FROM_WIN32(rc);
-    rc = RegSetValueExW(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
-                        DWORD((value.size() + 1) * sizeof(WCHAR)));
-    RegCloseKey(key);
-    return rc == ERROR_SUCCESS ? S_OK : HRESULT_FROM_WIN32(rc);
-}
-
 HRESULT modulePath(WString* path) {
     HMODULE module = nullptr;
     if (!GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
@@ -105,24 +90,25 @@ STDAPI DllRegisterServer() {
     const WString name = widen("Velmora Simulation Server");
     const CATID categories[] = {CATID_OPCDAServer10, CATID_OPCDAServer20, CATID_OPCDAServer30};
 
-    HRESULT hr = setValue(classKey, nullptr, name);
-    if (SUCCEEDED(hr)) hr = setValue(classKey + widen("\\InprocServer32"), nullptr, path);
-    if (SUCCEEDED(hr)) hr = setValue(classKey + widen("\\InprocServer32"), OLESTR("ThreadingModel"), widen("Both"));
-    if (SUCCEEDED(hr)) hr = setValue(classKey + widen("\\ProgID"), nullptr, progId);
-    if (SUCCEEDED(hr)) hr = setValue(classKey + widen("\\VersionIndependentProgID"), nullptr, independent);
-    for (int i = 0; i < 3 && SUCCEEDED(hr); ++i) {
+    std::vector<RegistryText> entries = {
+        {classKey, nullptr, name},
+        {classKey + widen("\\InprocServer32"), nullptr, path},
+        {classKey + widen("\\InprocServer32"), OLESTR("ThreadingModel"), widen("Both")},
+        {classKey + widen("\\ProgID"), nullptr, progId},
+        {classKey + widen("\\VersionIndependentProgID"), nullptr, independent},
+        {progId, nullptr, name},
+        {progId + widen("\\CLSID"), nullptr, clsid},
+        {progId + widen("\\OPC"), OLESTR("Vendor"), widen("Velmora")},
+        {independent, nullptr, name},
+        {independent + widen("\\CLSID"), nullptr, clsid},
+        {independent + widen("\\CurVer"), nullptr, progId},
+    };
+    for (int i = 0; i < 3; ++i) {
         const WString catid = guidText(categories[i]);
-        hr = setValue(classKey + widen("\\Implemented Categories\\") + catid, nullptr, WString());
-        if (SUCCEEDED(hr)) {
-            hr = setValue(widen("Component Categories\\") + catid, OLESTR("409"), widen(kCategoryTexts[i]));
-        }
+        entries.push_back({classKey + widen("\\Implemented Categories\\") + catid, nullptr, WString()});
+        entries.push_back({widen("Component Categories\\") + catid, OLESTR("409"), widen(kCategoryTexts[i])});
     }
-    if (SUCCEEDED(hr)) hr = setValue(progId, nullptr, name);
-    if (SUCCEEDED(hr)) hr = setValue(progId + widen("\\CLSID"), nullptr, clsid);
-    if (SUCCEEDED(hr)) hr = setValue(progId + widen("\\OPC\\Vendor"), nullptr, widen("Velmora"));
-    if (SUCCEEDED(hr)) hr = setValue(independent, nullptr, name);
-    if (SUCCEEDED(hr)) hr = setValue(independent + widen("\\CLSID"), nullptr, clsid);
-    if (SUCCEEDED(hr)) hr = setValue(independent + widen("\\CurVer"), nullptr, progId);
+    HRESULT hr = writeRegistryTexts(entries);
     if (SUCCEEDED(hr)) hr = registerServerList(path);
     return hr;
 }

@@ -38,11 +38,6 @@ private:
 
 bool parseGuid(const WString& text, GUID* guid) { return SUCCEEDED(IIDFromString(text.c_str(), guid)); }
 
-WString guidText(const GUID& guid) {
-    OLECHAR buffer[40];
-    return StringFromGUID2(guid, buffer, 40) > 0 ? WString(buffer) : WString();
-}
-
 bool hasCategory(const WString& clsidText, const CATID& category) {
     return bool(Key(widen("CLSID\\") + clsidText + widen("\\Implemented Categories\\") + guidText(category)));
 }
@@ -197,19 +192,26 @@ private:
     Live<Kind::ServerList> live_;
 };
 
-HRESULT setText(const WString& keyPath, const WString& value) {
+WString listKey() { return widen("CLSID\\") + guidText(CLSID_OpcServerList); }
+
+}  // namespace
+
+HRESULT writeRegistryText(const WString& keyPath, const WCHAR* name, const WString& value) {
     HKEY key = nullptr;
     LONG rc = RegCreateKeyExW(HKEY_CLASSES_ROOT, keyPath.c_str(), 0, nullptr, 0, KEY_WRITE, nullptr, &key, nullptr);
     if (rc != ERROR_SUCCESS) return HRESULT_FROM_WIN32(rc);
-    rc = RegSetValueExW(key, nullptr, 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
+    rc = RegSetValueExW(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
                         DWORD((value.size() + 1) * sizeof(WCHAR)));
     RegCloseKey(key);
     return rc == ERROR_SUCCESS ? S_OK : HRESULT_FROM_WIN32(rc);
 }
 
-WString listKey() { return widen("CLSID\\") + guidText(CLSID_OpcServerList); }
-
-}  // namespace
+HRESULT writeRegistryTexts(const std::vector<RegistryText>& entries) {
+    for (const RegistryText& entry : entries) {
+        if (HRESULT hr = writeRegistryText(entry.key, entry.name, entry.value); FAILED(hr)) return hr;
+    }
+    return S_OK;
+}
 
 bool readRegistryText(const WString& key, const WCHAR* name, WString* text) {
     HKEY handle = nullptr;
@@ -237,14 +239,16 @@ HRESULT registerServerList(const WString& modulePath) {
     const bool local = readRegistryText(listKey() + widen("\\LocalServer32"), nullptr, &existing);
     const bool inproc = readRegistryText(listKey() + widen("\\InprocServer32"), nullptr, &existing);
     if (local || (inproc && existing != modulePath)) return S_OK;  // the host has its own
-    HRESULT hr = setText(listKey(), widen("OPC Server List"));
-    if (SUCCEEDED(hr)) hr = setText(listKey() + widen("\\InprocServer32"), modulePath);
-    if (SUCCEEDED(hr)) hr = setText(listKey() + widen("\\ProgID"), widen("OPC.ServerList.1"));
-    if (SUCCEEDED(hr)) hr = setText(listKey() + widen("\\VersionIndependentProgID"), widen("OPC.ServerList"));
-    if (SUCCEEDED(hr)) hr = setText(widen("OPC.ServerList.1\\CLSID"), guidText(CLSID_OpcServerList));
-    if (SUCCEEDED(hr)) hr = setText(widen("OPC.ServerList\\CLSID"), guidText(CLSID_OpcServerList));
-    if (SUCCEEDED(hr)) hr = setText(widen("OPC.ServerList\\CurVer"), widen("OPC.ServerList.1"));
-    return hr;
+    const WString clsid = guidText(CLSID_OpcServerList);
+    return writeRegistryTexts({
+        {listKey(), nullptr, widen("OPC Server List")},
+        {listKey() + widen("\\InprocServer32"), nullptr, modulePath},
+        {listKey() + widen("\\ProgID"), nullptr, widen("OPC.ServerList.1")},
+        {listKey() + widen("\\VersionIndependentProgID"), nullptr, widen("OPC.ServerList")},
+        {widen("OPC.ServerList.1\\CLSID"), nullptr, clsid},
+        {widen("OPC.ServerList\\CLSID"), nullptr, clsid},
+        {widen("OPC.ServerList\\CurVer"), nullptr, widen("OPC.ServerList.1")},
+    });
 }
 
 HRESULT unregisterServerList(const WString& modulePath) {

@@ -4,6 +4,8 @@
 
 #include "Common.h"
 
+#include <vector>
+
 namespace sim {
 
 // A new server-list object, answering `iid` (IOPCServerList2, IOPCServerList, IUnknown).
@@ -12,6 +14,16 @@ HRESULT createServerList(REFIID iid, void** out);
 // Registers the class with this module as its server, unless the host already has one.
 HRESULT registerServerList(const WString& modulePath);
 HRESULT unregisterServerList(const WString& modulePath);
+
+// Sets the default value (name null) or a named text value of HKEY_CLASSES_ROOT\<key>, creating the key.
+HRESULT writeRegistryText(const WString& key, const WCHAR* name, const WString& value);
+struct RegistryText {
+    WString key;
+    const WCHAR* name;  // null: the key's default value
+    WString value;
+};
+// Writes the entries in order; the first failure ends it.
+HRESULT writeRegistryTexts(const std::vector<RegistryText>& entries);
 
 // The default value of HKEY_CLASSES_ROOT\<key> (name null) or a named value; empty if absent.
 bool readRegistryText(const WString& key, const WCHAR* name, WString* text);
