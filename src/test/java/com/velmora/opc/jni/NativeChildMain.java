@@ -138,60 +138,65 @@ public final class NativeChildMain {
         }
     }
 
-    // Many items through every path that loops over items on the Java side of the library.
+    // Many items through every path that loops over items on the Java side of the library. Raw
+    // natives only: the child has no test framework on its class path.
     private static void bulk(int n) throws InterruptedException {
         OpcEnv.initThread();
-        try (SimFixture sim = SimFixture.open()) {
-            long group = sim.addGroup("bulk", 60_000)[0];
-            long itemMgt = sim.query(group, SimFixture.IID_IOPCITEMMGT);
-            String[] ids = new String[n];
-            for (int i = 0; i < n; i++) ids[i] = "Bench.Str." + i;
-            int[] handles = new int[n];
-            AtomicInteger added = new AtomicInteger();
-            OpcItemMgt.addItems(itemMgt, ids, new int[n], filled(n), new int[n],
-                    (ItemResultCollector) (id, h, type, rights, error) -> {
-                        if (error == 0) handles[added.getAndIncrement()] = h;
-                    });
-            System.out.println("added " + added.get());
+        long server = OpcDaServer.createLocalServer(SimControl.PROG_ID);
+        long[] group = OpcDaServer.addGroup(server, "bulk", true, 60_000, 1, 0, 0f, 0);
+        long itemMgt = ComObjectClient.query(group[0], SimFixture.IID_IOPCITEMMGT);
+        long syncIo = ComObjectClient.query(group[0], SimFixture.IID_IOPCSYNCIO);
+        long asyncIo = ComObjectClient.query(group[0], SimFixture.IID_IOPCASYNCIO2);
+        String[] ids = new String[n];
+        for (int i = 0; i < n; i++) ids[i] = "Bench.Str." + i;
+        int[] handles = new int[n];
+        AtomicInteger added = new AtomicInteger();
+        OpcItemMgt.addItems(itemMgt, ids, new int[n], filled(n), new int[n],
+                (ItemResultCollector) (id, h, type, rights, error) -> {
+                    if (error == 0) handles[added.getAndIncrement()] = h;
+                });
+        System.out.println("added " + added.get());
 
-            AtomicInteger read = new AtomicInteger();
-            OpcSyncIo.read(sim.query(group, SimFixture.IID_IOPCSYNCIO), handles, true, new UpdateReceiver() {
-                @Override
-                public void updateNumeric(int h, double v, long t, int q, int e, boolean s) {}
+        AtomicInteger read = new AtomicInteger();
+        OpcSyncIo.read(syncIo, handles, true, new UpdateReceiver() {
+            @Override
+            public void updateNumeric(int h, double v, long t, int q, int e, boolean s) {}
 
-                @Override
-                public void updateBoolean(int h, boolean v, long t, int q, int e, boolean s) {}
+            @Override
+            public void updateBoolean(int h, boolean v, long t, int q, int e, boolean s) {}
 
-                @Override
-                public void updateString(int h, String v, long t, int q, int e, boolean s) {
-                    read.incrementAndGet();
-                }
-
-                @Override
-                public void updateError(int h, long t, int q, int e, boolean s) {}
-            });
-            System.out.println("read " + read.get());
-
-            long asyncIo = sim.query(group, SimFixture.IID_IOPCASYNCIO2);
-            CountingCallback callback = new CountingCallback();
-            long cookie = OpcAsyncIo2.advise(asyncIo, callback);
-            OpcAsyncIo2.refresh(asyncIo, true);
-            OpcAsyncIo2.readAsync(asyncIo, n, 1, handles, (ReadListener) (hr, count, tx, cancel, h, errors) -> {});
-            long end = System.currentTimeMillis() + 20_000;
-            while ((callback.strings.get() < n || callback.completed.get() < n) && System.currentTimeMillis() < end) {
-                Thread.sleep(20);
+            @Override
+            public void updateString(int h, String v, long t, int q, int e, boolean s) {
+                read.incrementAndGet();
             }
-            OpcAsyncIo2.unadvise(asyncIo, cookie);
-            while (callback.deleted.get() == 0 && System.currentTimeMillis() < end) Thread.sleep(20);
-            System.out.println("changed " + callback.strings.get() + " other " + callback.others.get());
-            System.out.println("completed " + callback.completed.get());
-            System.out.println("deleted " + callback.deleted.get());
 
-            int[] removed = OpcItemMgt.removeItems(itemMgt, handles);
-            int failed = 0;
-            for (int error : removed) if (error != 0) failed++;
-            System.out.println("removed " + removed.length + " failed " + failed);
+            @Override
+            public void updateError(int h, long t, int q, int e, boolean s) {}
+        });
+        System.out.println("read " + read.get());
+
+        CountingCallback callback = new CountingCallback();
+        long cookie = OpcAsyncIo2.advise(asyncIo, callback);
+        OpcAsyncIo2.refresh(asyncIo, true);
+        OpcAsyncIo2.readAsync(asyncIo, n, 1, handles, (ReadListener) (hr, count, tx, cancel, h, errors) -> {});
+        long end = System.currentTimeMillis() + 20_000;
+        while ((callback.strings.get() < n || callback.completed.get() < n) && System.currentTimeMillis() < end) {
+            Thread.sleep(20);
         }
+        OpcAsyncIo2.unadvise(asyncIo, cookie);
+        while (callback.deleted.get() == 0 && System.currentTimeMillis() < end) Thread.sleep(20);
+        System.out.println("changed all " + (callback.strings.get() >= n) + " other " + callback.others.get());
+        System.out.println("completed " + callback.completed.get());
+        System.out.println("deleted " + callback.deleted.get());
+
+        int[] removed = OpcItemMgt.removeItems(itemMgt, handles);
+        int failed = 0;
+        for (int error : removed) if (error != 0) failed++;
+        System.out.println("removed " + removed.length + " failed " + failed);
+        for (long handle : new long[] {asyncIo, syncIo, itemMgt, group[0]}) ComObjectClient.release(handle);
+        OpcDaServer.removeGroup(server, (int) group[1], true);
+        ComObjectClient.release(server);
+        System.out.println("live objects " + SimControl.liveObjects(null));
     }
 
     private static boolean[] filled(int n) {
