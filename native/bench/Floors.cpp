@@ -119,18 +119,28 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_attachedThr
     jobject shared = env->NewGlobalRef(receiver);
     if (shared == nullptr) return nullptr;
     std::vector<int64_t> nanos;
-    bool threw = false;
+    jobject thrown = nullptr;  // global: the receiver's exception, carried over to this thread
     const bool attached = onAttachedThread(vm, [&](JNIEnv* threadEnv) {
-        for (jint r = 0; r < rounds && !threw; ++r) {
+        for (jint r = 0; r < rounds; ++r) {
             const int64_t start = nowNanos();
-            threw = !numericRound(threadEnv, shared, ids.numeric, calls, kAsynchronous);
+            if (!numericRound(threadEnv, shared, ids.numeric, calls, kAsynchronous)) {
+                jthrowable local = threadEnv->ExceptionOccurred();
+                threadEnv->ExceptionClear();
+                thrown = threadEnv->NewGlobalRef(local);
+                threadEnv->DeleteLocalRef(local);
+                break;
+            }
             nanos.push_back(nowNanos() - start);
         }
-        if (threw) threadEnv->ExceptionDescribe();  // no Java caller on this thread: print and clear
     });
     env->DeleteGlobalRef(shared);
-    if (!attached || threw) {
-        throwIllegalState(env, attached ? "the receiver threw on the native thread" : "AttachCurrentThread failed");
+    if (thrown != nullptr) {
+        env->Throw(static_cast<jthrowable>(thrown));
+        env->DeleteGlobalRef(thrown);
+        return nullptr;
+    }
+    if (!attached) {
+        throwIllegalState(env, "AttachCurrentThread failed");
         return nullptr;
     }
     return toJava(env, nanos);

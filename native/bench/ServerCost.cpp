@@ -30,17 +30,19 @@ void throwFailure(JNIEnv* env, const char* what, HRESULT hr) {
     if (cls != nullptr) env->ThrowNew(cls, text.c_str());
 }
 
-// A data callback that only notes when data changes arrive and how many items they carried.
+// A data callback that only notes when the data change of the awaited refresh arrives and how many
+// items it carried. Subscription updates (transaction 0) and other refreshes are not counted.
 class NullSink : public opc::support::ComObject<NullSink, IOPCDataCallback> {
 public:
     void* interfaceFor(REFIID iid) {
         return IsEqualIID(iid, IID_IOPCDataCallback) ? static_cast<IOPCDataCallback*>(this) : nullptr;
     }
 
-    HRESULT STDMETHODCALLTYPE OnDataChange(DWORD, OPCHANDLE, HRESULT, HRESULT, DWORD count, OPCHANDLE*, VARIANT*,
-                                           WORD*, FILETIME*, HRESULT*) override {
+    HRESULT STDMETHODCALLTYPE OnDataChange(DWORD transaction, OPCHANDLE, HRESULT, HRESULT, DWORD count, OPCHANDLE*,
+                                           VARIANT*, WORD*, FILETIME*, HRESULT*) override {
         const int64_t arrived = nowNanos();
         std::lock_guard<std::mutex> guard(lock_);
+        if (transaction != transaction_) return S_OK;
         if (items_ == 0) arrived_ = arrived;
         items_ += count;
         changed_.notify_all();
@@ -55,13 +57,14 @@ public:
     }
     HRESULT STDMETHODCALLTYPE OnCancelComplete(DWORD, OPCHANDLE) override { return S_OK; }
 
-    void clear() {
+    void await(DWORD transaction) {
         std::lock_guard<std::mutex> guard(lock_);
+        transaction_ = transaction;
         items_ = 0;
         arrived_ = 0;
     }
 
-    // The arrival time of the first data change since clear(), once `expected` items have come;
+    // The arrival time of the first data change of the awaited transaction, once `expected` items have come;
     // 0 when they have not come within the timeout.
     int64_t awaitItems(DWORD expected, int timeoutMs) {
         std::unique_lock<std::mutex> guard(lock_);
@@ -73,11 +76,13 @@ public:
 private:
     std::mutex lock_;
     std::condition_variable changed_;
+    DWORD transaction_ = 0;
     DWORD items_ = 0;
     int64_t arrived_ = 0;
 };
 
 constexpr int kTimeoutMs = 10000;
+constexpr DWORD kFirstTransaction = 0x5000;
 
 }  // namespace
 
@@ -114,9 +119,43 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_serverRead(
     return toJava(env, nanos);
 }
 
-// Connects a do-nothing data callback to the group of the IOPCAsyncIO2 handle, waits for the first
-// subscription update of `expected` items, then per round times IOPCAsyncIO2::Refresh2 (from the
-// cache) up to the arrival of its data change. Disconnects before returning.
+// Writes `first + i` to the i-th item through IOPCSyncIO::Write, so that every item has a new value.
+JNIEXPORT void JNICALL Java_com_velmora_opc_bench_BenchNatives_writeNumbers(JNIEnv* env, jclass, jlong syncIo,
+                                                                          jintArray serverHandles, jdouble first) {
+    if (syncIo == 0 || serverHandles == nullptr) {
+        throwIllegalArgument(env, "no IOPCSyncIO handle or no server handles");
+        return;
+    }
+    const jsize count = env->GetArrayLength(serverHandles);
+    std::vector<OPCHANDLE> handles(static_cast<size_t>(count));
+    env->GetIntArrayRegion(serverHandles, 0, count, reinterpret_cast<jint*>(handles.data()));
+    std::vector<VARIANT> values(static_cast<size_t>(count));
+    for (jsize i = 0; i < count; ++i) {
+        values[static_cast<size_t>(i)].vt = VT_R8;
+        values[static_cast<size_t>(i)].dblVal = first + i;
+    }
+    HRESULT* errors = nullptr;
+    const HRESULT hr = fromHandle<IOPCSyncIO>(syncIo)->Write(static_cast<DWORD>(count), handles.data(),
+                                                            values.data(), &errors);
+    CoTaskMemFree(errors);
+    if (hr != S_OK) throwFailure(env, "IOPCSyncIO::Write", hr);
+}
+
+// Stops the subscription updates of the group of the IOPCAsyncIO2 handle (which needs a connected
+// data callback), so that its data changes come from refreshes alone.
+JNIEXPORT void JNICALL Java_com_velmora_opc_bench_BenchNatives_disableSubscription(JNIEnv* env, jclass,
+                                                                                 jlong asyncIo) {
+    if (asyncIo == 0) {
+        throwIllegalArgument(env, "no IOPCAsyncIO2 handle");
+        return;
+    }
+    const HRESULT hr = fromHandle<IOPCAsyncIO2>(asyncIo)->SetEnable(FALSE);
+    if (FAILED(hr)) throwFailure(env, "IOPCAsyncIO2::SetEnable", hr);
+}
+
+// Connects a do-nothing data callback to the group of the IOPCAsyncIO2 handle, disables its
+// subscription updates, and per round times IOPCAsyncIO2::Refresh2 from the cache up to the arrival
+// of its data change of `expected` items. Disconnects before returning.
 JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_serverRefresh(JNIEnv* env, jclass,
                                                                                  jlong asyncIo, jint expected,
                                                                                  jint rounds) {
@@ -143,23 +182,29 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_serverRefre
     const auto want = static_cast<DWORD>(expected);
     std::vector<int64_t> nanos;
     const char* failure = nullptr;
-    if (sink->awaitItems(want, kTimeoutMs) == 0) failure = "the first subscription update";
+    hr = io->SetEnable(FALSE);
+    if (FAILED(hr)) failure = "IOPCAsyncIO2::SetEnable";
     for (jint r = 0; failure == nullptr && r < rounds; ++r) {
-        sink->clear();
+        const auto transaction = static_cast<DWORD>(kFirstTransaction + r);
+        sink->await(transaction);
         DWORD cancelId = 0;
         const int64_t start = nowNanos();
-        hr = io->Refresh2(OPC_DS_CACHE, static_cast<DWORD>(r + 1), &cancelId);
+        hr = io->Refresh2(OPC_DS_CACHE, transaction, &cancelId);
         if (FAILED(hr)) {
             failure = "IOPCAsyncIO2::Refresh2";
             break;
         }
         const int64_t arrived = sink->awaitItems(want, kTimeoutMs);
-        if (arrived == 0) failure = "the data change of a refresh";
+        if (arrived == 0) {
+            failure = "the data change of a refresh";
+            hr = E_FAIL;
+            break;
+        }
         nanos.push_back(arrived - start);
     }
     point->Unadvise(cookie);
     if (failure != nullptr) {
-        throwFailure(env, failure, FAILED(hr) ? hr : E_FAIL);
+        throwFailure(env, failure, hr);
         return nullptr;
     }
     return toJava(env, nanos);

@@ -1,0 +1,83 @@
+package com.velmora.opc.bench;
+
+import com.velmora.opc.jni.ComObjectClient;
+import com.velmora.opc.jni.client.da.OpcSyncIo;
+
+/**
+ * Synchronous read of 10,000 items of one type (VT_R8, then VT_BSTR) through OpcSyncIo.read, beside
+ * the server's own time for the same IOPCSyncIO::Read and the floor: the same update calls with the
+ * same arguments made straight from native code. Rounds of the three interleave; the medians count.
+ *
+ * <p>Arguments: [warm-up rounds] [measured rounds].
+ */
+public final class SyncReadBench {
+    private static final int ITEMS = BenchGroup.ITEMS;
+    private static final boolean FROM_CACHE = true;
+
+    private SyncReadBench() {}
+
+    public static void main(String[] args) {
+        int warmup = args.length > 0 ? Integer.parseInt(args[0]) : 30;
+        int rounds = args.length > 1 ? Integer.parseInt(args[1]) : 101;
+        System.out.printf("Synchronous read of %d items (OpcSyncIo.read from the cache), ns per item,"
+                + " median of %d rounds after %d warm-up rounds%n", ITEMS, rounds, warmup);
+        BenchGroup.prepareProcess();
+        long server = BenchGroup.connect();
+        try {
+            report("VT_R8  ", measure(server, "Bench.R8.", true, warmup, rounds));
+            report("VT_BSTR", measure(server, "Bench.Str.", false, warmup, rounds));
+        } finally {
+            ComObjectClient.release(server);
+        }
+        System.out.println("ratio = (total - server) / floor; target <= 1.5");
+    }
+
+    private static void report(String type, Rounds[] measured) {
+        double total = measured[0].perItem(ITEMS);
+        double server = measured[1].perItem(ITEMS);
+        double floor = measured[2].perItem(ITEMS);
+        System.out.printf("  %s  total %s  server %s  floor %s  ratio %s%n", type, Rounds.fixed(total),
+                Rounds.fixed(server), Rounds.fixed(floor), Rounds.ratioText(Rounds.ratio(total, server, floor)));
+    }
+
+    /** {total, server, floor} rounds for one item type. */
+    static Rounds[] measure(long server, String prefix, boolean numeric, int warmup, int rounds) {
+        try (BenchGroup group = BenchGroup.open(server, "read " + prefix, BenchGroup.ids(prefix, ITEMS))) {
+            Sink sink = new Sink();
+            Sink.Recording calls = sink.record(ITEMS);
+            libraryRead(group, sink);
+            sink.stopRecording();
+            calls.check(numeric);
+
+            Rounds total = new Rounds("library", rounds);
+            Rounds serverOnly = new Rounds("server", rounds);
+            Rounds floor = new Rounds("floor", rounds);
+            for (int r = -warmup; r < rounds; r++) {
+                long library = libraryRead(group, sink);
+                long[] read = BenchNatives.serverRead(group.syncIo, group.serverHandles, FROM_CACHE, 1);
+                sink.expect(ITEMS);
+                long[] upcalls = numeric
+                        ? BenchNatives.numericFloor(sink, calls.handles, calls.values, calls.timestamps,
+                                calls.qualities, calls.errors, true, 1)
+                        : BenchNatives.stringFloor(sink, calls.handles, calls.texts, calls.timestamps,
+                                calls.qualities, calls.errors, true, 1);
+                if (!sink.finished()) throw new IllegalStateException("the floor made " + sink.count() + " calls");
+                if (r < 0) continue;
+                total.add(library);
+                serverOnly.addOnly(read);
+                floor.addOnly(upcalls);
+            }
+            if (Double.isNaN(sink.checksum())) System.out.println("(NaN among the values)");
+            return new Rounds[] {total, serverOnly, floor};
+        }
+    }
+
+    private static long libraryRead(BenchGroup group, Sink sink) {
+        sink.expect(ITEMS);
+        long start = System.nanoTime();
+        OpcSyncIo.read(group.syncIo, group.serverHandles, FROM_CACHE, sink);
+        long elapsed = System.nanoTime() - start;
+        if (!sink.finished()) throw new IllegalStateException("the read delivered " + sink.count() + " items");
+        return elapsed;
+    }
+}
