@@ -27,6 +27,7 @@ import java.util.logging.Logger;
  *   opc [--server PROGID] [--host HOST] [--json] [--verbose] status
  *   opc [--server PROGID] [--host HOST] [--json] [--verbose] read [--device|--cache] ITEM...
  *   opc [--server PROGID] [--host HOST] [--json] [--verbose] watch [--rate MS] [--count N] ITEM...
+ *   opc [--server PROGID] [--host HOST] [--json] [--verbose] write ITEM VALUE [ITEM VALUE]...
  * </pre>
  */
 public final class Main {
@@ -42,6 +43,7 @@ public final class Main {
             "  read [--device|--cache] ITEM...        read items (from the cache by default)",
             "  watch [--rate MS] [--count N] ITEM...  print data changes as they come (rate default",
             "                                         1000 ms; stops after N changes, else runs on)",
+            "  write ITEM VALUE [ITEM VALUE]...       write values (arrays as comma-separated text)",
             "options:",
             "  --server PROGID   ProgID or braced CLSID of the server (default " + DEFAULT_SERVER + ")",
             "  --host HOST       connect to the server on HOST instead of this host",
@@ -76,6 +78,7 @@ public final class Main {
                 case "status" -> status(server, options, out);
                 case "read" -> read(server, options, out);
                 case "watch" -> watch(server, options, out);
+                case "write" -> write(server, options, out);
                 default -> throw new IllegalStateException(options.command);
             };
         } catch (HresultException e) {
@@ -164,6 +167,38 @@ public final class Main {
         return anyFailed ? FAILED : OK;
     }
 
+    private static int write(OpcServer server, Options options, PrintStream out) {
+        List<String> ids = new ArrayList<>();
+        List<String> texts = new ArrayList<>();
+        for (int i = 0; i < options.items.size(); i += 2) {
+            ids.add(options.items.get(i));
+            texts.add(options.items.get(i + 1));
+        }
+        List<String[]> rows = new ArrayList<>();
+        boolean anyFailed = false;
+        try (Group group = server.addGroup("opc-cli", 1000)) {
+            List<Item> items = group.addItems(ids.toArray(String[]::new));
+            for (int i = 0; i < items.size(); i++) {
+                int result = group.write(items.get(i), texts.get(i));
+                anyFailed |= result < 0;
+                rows.add(new String[] {items.get(i).itemId(), texts.get(i),
+                        result < 0 ? "error " + HresultException.describe(result) : "written"});
+            }
+        }
+        if (options.json) {
+            StringBuilder json = new StringBuilder("[");
+            for (int i = 0; i < rows.size(); i++) {
+                String[] r = rows.get(i);
+                json.append(i == 0 ? "\n  " : ",\n  ").append(Json.object(List.of(new String[] {"item", r[0]},
+                        new String[] {"value", r[1]}, new String[] {"result", r[2]})));
+            }
+            out.println(json.append("\n]"));
+        } else {
+            Table.print(out, new String[] {"ITEM", "VALUE", "RESULT"}, rows);
+        }
+        return anyFailed ? FAILED : OK;
+    }
+
     private static String time(java.time.Instant time) {
         return time == null ? "-" : time.toString();
     }
@@ -213,6 +248,11 @@ public final class Main {
                 }
                 case "read", "watch" -> {
                     if (o.items.isEmpty()) throw new IllegalArgumentException(o.command + " needs at least one item");
+                }
+                case "write" -> {
+                    if (o.items.isEmpty() || o.items.size() % 2 != 0) {
+                        throw new IllegalArgumentException("write needs pairs of ITEM VALUE");
+                    }
                 }
                 default -> throw new IllegalArgumentException("unknown command " + o.command);
             }

@@ -105,6 +105,41 @@ public final class Group implements AutoCloseable {
     }
 
     /**
+     * Writes one value synchronously, converted to the item's canonical type: a Boolean, a Number,
+     * a String (for strings, arrays as comma-separated text, or the text of a number or boolean),
+     * or a Java array of numbers, booleans or strings. Returns the server's result for the item
+     * (0 when written, else its error, e.g. OPC_E_BADRIGHTS); a value that does not convert is
+     * OPC_E_RANGE. A failed server call raises HresultException.
+     */
+    public int write(Item item, Object value) {
+        if (value == null) throw new IllegalArgumentException("no value to write to " + item.itemId());
+        ensureOpen();
+        if (!item.isValid()) return item.error();
+        ComThreads.prepare();
+        long io = syncIo().get();
+        int handle = item.serverHandle();
+        int type = item.canonicalType();
+        int result;
+        if (VarTypes.isArray(type)) {
+            result = OpcSyncIo.writeString(io, handle, VarTypes.arrayText(value), type);
+        } else if (type == VarTypes.VT_BSTR) {
+            result = OpcSyncIo.writeString(io, handle, String.valueOf(value), type);
+        } else if (type == VarTypes.VT_BOOL) {
+            Boolean flag = VarTypes.toBoolean(value);
+            if (flag == null) return VarTypes.OPC_E_RANGE;
+            result = OpcSyncIo.writeBoolean(io, handle, flag);
+        } else if (VarTypes.isNumeric(type)) {
+            Double number = VarTypes.toDouble(value);
+            if (number == null) return VarTypes.OPC_E_RANGE;
+            result = OpcSyncIo.writeNumeric(io, handle, type, number);
+        } else {
+            return VarTypes.OPC_E_BADTYPE;
+        }
+        if (result == -1) throw new OpcException("the value for " + item.itemId() + " was not written");
+        return result;
+    }
+
+    /**
      * Subscribes to the data changes of the group's active items at the group's update rate. The
      * listener runs on the server's threads, concurrently with the caller.
      */

@@ -24,7 +24,8 @@ class MainTest {
     void badCommandLinesAreUsageErrorsWithoutStackTraces() {
         for (String[] args : List.of(new String[] {}, new String[] {"read"}, new String[] {"frobnicate"},
                 new String[] {"status", "extra"}, new String[] {"--server"}, new String[] {"--bogus", "status"},
-                new String[] {"--host", "--json", "status"})) {
+                new String[] {"--host", "--json", "status"}, new String[] {"write", "A.B"},
+                new String[] {"watch", "--rate", "fast", "X"}, new String[] {"watch", "--count", "-1", "X"})) {
             out.reset();
             err.reset();
             assertEquals(Main.USAGE, run(args), String.join(" ", args));

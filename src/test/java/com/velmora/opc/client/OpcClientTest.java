@@ -153,6 +153,34 @@ class OpcClientTest {
     }
 
     @Test
+    void writesConvertToTheCanonicalTypeAndReadBack() {
+        assumeTrue(writesLinked(), "synchronous writes are not in the library yet");
+        try (OpcServer server = client.connect(SimControl.PROG_ID); Group group = server.addGroup("w", 1000)) {
+            List<Item> items = group.addItems("Simulation.Static.R8", "Simulation.Static.I4", "Simulation.Static.BOOL",
+                    "Simulation.Static.BSTR", "Simulation.Array.I4", "Simulation.Array.R8",
+                    "Simulation.Access.ReadOnly", "No.Such.Item");
+            assertEquals(List.of(0, 0, 0, 0, 0, 0xC004000B, OPC_E_BADRIGHTS, OPC_E_UNKNOWNITEMID), List.of(
+                    group.write(items.get(0), 12.5), group.write(items.get(1), "42"),
+                    group.write(items.get(2), "false"), group.write(items.get(3), "x,y"),
+                    group.write(items.get(4), new int[] {1, -2, 3}), group.write(items.get(5), "1.5,a"),
+                    group.write(items.get(6), 1), group.write(items.get(7), 1)));
+            List<ItemValue> values = group.read(DataSource.DEVICE, items.subList(0, 6));
+            assertEquals(List.of(12.5, 42.0, false, "x,y", "1,-2,3", "1.3,2.0,-3.1"),
+                    values.stream().map(ItemValue::value).toList());
+            assertThrows(IllegalArgumentException.class, () -> group.write(items.get(0), null));
+        }
+    }
+
+    private static boolean writesLinked() {
+        try (com.velmora.opc.testsupport.LogCapture quiet = new com.velmora.opc.testsupport.LogCapture()) {
+            com.velmora.opc.jni.client.da.OpcSyncIo.writeNumeric(0, 0, 5, 0);
+            return true;
+        } catch (UnsatisfiedLinkError e) {
+            return false;
+        }
+    }
+
+    @Test
     void closingTheClientClosesEveryConnectionMadeThroughIt() {
         OpcClient other = OpcClient.open();
         OpcServer first = other.connect(SimControl.PROG_ID);

@@ -1,0 +1,73 @@
+package com.velmora.opc.client;
+
+import java.lang.reflect.Array;
+
+/** The VARTYPE codes that values travel with, and the conversions of Java values for a write. */
+final class VarTypes {
+    static final int VT_BSTR = 8;
+    static final int VT_BOOL = 11;
+    static final int VT_ARRAY = 0x2000;
+    static final int OPC_E_BADTYPE = 0xC0040004;
+    static final int OPC_E_RANGE = 0xC004000B;
+
+    private VarTypes() {}
+
+    static boolean isArray(int type) {
+        return (type & VT_ARRAY) != 0;
+    }
+
+    static boolean isNumeric(int type) {
+        return switch (type) {
+            case 2, 3, 4, 5, 16, 17, 18, 19, 22, 23 -> true;
+            default -> false;
+        };
+    }
+
+    /** A number, or the text of one; null when the value is neither. */
+    static Double toDouble(Object value) {
+        if (value instanceof Number n) return n.doubleValue();
+        if (value instanceof String text) {
+            try {
+                return Double.valueOf(text.trim());
+            } catch (NumberFormatException e) {
+                return null;
+            }
+        }
+        return null;
+    }
+
+    /** A Boolean, or the text "true"/"false" in any case, or the number 0 or 1; else null. */
+    static Boolean toBoolean(Object value) {
+        if (value instanceof Boolean b) return b;
+        if (value instanceof String text) {
+            String t = text.trim();
+            if (t.equalsIgnoreCase("true") || t.equals("1")) return Boolean.TRUE;
+            if (t.equalsIgnoreCase("false") || t.equals("0")) return Boolean.FALSE;
+            return null;
+        }
+        if (value instanceof Number n) {
+            if (n.doubleValue() == 1) return Boolean.TRUE;
+            if (n.doubleValue() == 0) return Boolean.FALSE;
+        }
+        return null;
+    }
+
+    /** An array value as the comma-separated text the library converts; a String passes as it is. */
+    static String arrayText(Object value) {
+        if (value == null) return null;
+        if (!value.getClass().isArray()) return value.toString();
+        StringBuilder text = new StringBuilder();
+        for (int i = 0; i < Array.getLength(value); i++) {
+            if (i > 0) text.append(',');
+            Object element = Array.get(value, i);
+            if (element instanceof Double d && d == Math.rint(d) && !d.isInfinite() && Math.abs(d) < 1e15) {
+                text.append(d.longValue());
+            } else if (element instanceof Float f && f == Math.rint(f) && !f.isInfinite() && Math.abs(f) < 1e7) {
+                text.append(f.longValue());
+            } else {
+                text.append(element);
+            }
+        }
+        return text.toString();
+    }
+}
