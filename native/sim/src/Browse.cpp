@@ -51,7 +51,21 @@ const Property kProperties[] = {
     {OPC_PROPERTY_SCAN_RATE, VT_R4, "Server Scan Rate"},
     {OPC_PROPERTY_EU_UNITS, VT_BSTR, "EU Units"},
     {OPC_PROPERTY_DESCRIPTION, VT_BSTR, "Item Description"},
+    {OPC_PROPERTY_HIGH_EU, VT_R8, "High EU"},
+    {OPC_PROPERTY_LOW_EU, VT_R8, "Low EU"},
 };
+
+bool isAnalog(const ItemDef& item) { return isScalarConvertible(item.type) && item.type != VT_BSTR && item.type != VT_BOOL; }
+
+// The properties an item has: the engineering range belongs to numeric items only.
+std::vector<const Property*> propertiesOf(const ItemDef& item) {
+    std::vector<const Property*> out;
+    for (const Property& p : kProperties) {
+        const bool range = p.id == OPC_PROPERTY_HIGH_EU || p.id == OPC_PROPERTY_LOW_EU;
+        if (!range || isAnalog(item)) out.push_back(&p);
+    }
+    return out;
+}
 
 const Property* findProperty(DWORD id) {
     for (const Property& p : kProperties) {
@@ -88,6 +102,12 @@ HRESULT propertyValue(const ItemDef& item, DWORD id, VARIANT* out) {
         }
         case OPC_PROPERTY_ACCESS_RIGHTS: out->vt = VT_I4; out->lVal = static_cast<LONG>(item.access); return S_OK;
         case OPC_PROPERTY_SCAN_RATE: out->vt = VT_R4; out->fltVal = 10.0f; return S_OK;
+        case OPC_PROPERTY_HIGH_EU:
+        case OPC_PROPERTY_LOW_EU:
+            if (!isAnalog(item)) return OPC_E_INVALID_PID;
+            out->vt = VT_R8;
+            out->dblVal = id == OPC_PROPERTY_HIGH_EU ? 100.0 : (item.behavior == Behavior::Sine ? -100.0 : 0.0);
+            return S_OK;
         case OPC_PROPERTY_EU_UNITS: {
             out->vt = VT_BSTR;
             out->bstrVal = SysAllocString(OLESTR(""));
@@ -129,14 +149,15 @@ void freeProperties(OPCITEMPROPERTIES& properties) {
 // The properties of an item: all of them, or those asked for in order (unknown ids fail singly).
 HRESULT itemProperties(const ItemDef& item, bool all, bool withValues, DWORD count, const DWORD* ids,
                        OPCITEMPROPERTIES* out) {
-    const DWORD n = all ? DWORD(sizeof kProperties / sizeof kProperties[0]) : count;
+    const std::vector<const Property*> available = propertiesOf(item);
+    const DWORD n = all ? DWORD(available.size()) : count;
     out->hrErrorID = S_OK;
     if (n == 0) return S_OK;
     out->pItemProperties = taskArray<OPCITEMPROPERTY>(n);
     if (out->pItemProperties == nullptr) return E_OUTOFMEMORY;
     out->dwNumProperties = n;
     for (DWORD i = 0; i < n; ++i) {
-        const Property* property = all ? &kProperties[i] : findProperty(ids[i]);
+        const Property* property = all ? available[i] : findProperty(ids[i]);
         OPCITEMPROPERTY& record = out->pItemProperties[i];
         if (property == nullptr) {
             record.dwPropertyID = ids[i];
@@ -403,15 +424,16 @@ HRESULT Server::QueryAvailableProperties(LPWSTR szItemID, DWORD* pdwCount, DWORD
     if (!pdwCount || !ppPropertyIDs || !ppDescriptions || !ppvtDataTypes) return E_INVALIDARG;
     const ItemDef* item = nullptr;
     if (HRESULT hr = AddressSpace::instance().lookup(szItemID, &item); FAILED(hr)) return hr;
-    const DWORD n = DWORD(sizeof kProperties / sizeof kProperties[0]);
+    const std::vector<const Property*> available = propertiesOf(*item);
+    const DWORD n = DWORD(available.size());
     auto* ids = taskArray<DWORD>(n);
     auto* texts = taskArray<LPWSTR>(n);
     auto* types = taskArray<VARTYPE>(n);
     bool ok = ids && texts && types;
     for (DWORD i = 0; ok && i < n; ++i) {
-        ids[i] = kProperties[i].id;
-        types[i] = kProperties[i].type;
-        texts[i] = taskString(widen(kProperties[i].description));
+        ids[i] = available[i]->id;
+        types[i] = available[i]->type;
+        texts[i] = taskString(widen(available[i]->description));
         ok = texts[i] != nullptr;
     }
     if (!ok) {

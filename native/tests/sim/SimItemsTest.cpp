@@ -256,4 +256,44 @@ TEST_F(SimTest, ItemManagementChangesHandlesTypesAndRefusesWhatDoesNotFit) {
     EXPECT_EQ(E_NOTIMPL, group->CreateEnumerator(IID_IEnumOPCItemAttributes, enumerator.put()));
 }
 
+TEST_F(SimTest, ItemPropertiesListAndReadWhatEachItemHas) {
+    ComPtr<IOPCItemProperties> properties;
+    ASSERT_EQ(S_OK, server->QueryInterface(IID_IOPCItemProperties, properties.putVoid()));
+    auto listed = [&](const char16_t* id) {
+        DWORD count = 0;
+        DWORD* ids = nullptr;
+        LPWSTR* texts = nullptr;
+        VARTYPE* types = nullptr;
+        std::vector<std::pair<DWORD, VARTYPE>> out;
+        EXPECT_EQ(S_OK, properties->QueryAvailableProperties(const_cast<LPWSTR>(id), &count, &ids, &texts, &types));
+        for (DWORD i = 0; i < count; ++i) {
+            out.emplace_back(ids[i], types[i]);
+            CoTaskMemFree(texts[i]);
+        }
+        CoTaskMemFree(ids);
+        CoTaskMemFree(texts);
+        CoTaskMemFree(types);
+        return out;
+    };
+    const auto analog = listed(u"Simulation.Sine.R8");
+    const auto text = listed(u"Simulation.Static.BSTR");
+    EXPECT_EQ(analog.size(), text.size() + 2);  // the engineering range
+    EXPECT_EQ((std::pair<DWORD, VARTYPE>{OPC_PROPERTY_HIGH_EU, VT_R8}), analog[analog.size() - 2]);
+
+    DWORD ids[] = {OPC_PROPERTY_LOW_EU, OPC_PROPERTY_VALUE, OPC_PROPERTY_DATATYPE, 4711};
+    VARIANT* values = nullptr;
+    HRESULT* errors = nullptr;
+    ASSERT_EQ(S_FALSE, properties->GetItemProperties(const_cast<LPWSTR>(u"Simulation.Sine.R8"), 4, ids, &values, &errors));
+    EXPECT_DOUBLE_EQ(-100.0, values[0].dblVal);
+    EXPECT_EQ(VT_R8, values[1].vt);
+    EXPECT_EQ(VT_R8, values[2].iVal);
+    EXPECT_EQ(OPC_E_INVALID_PID, errors[3]);
+    for (int i = 0; i < 4; ++i) VariantClear(&values[i]);
+    CoTaskMemFree(values);
+    CoTaskMemFree(errors);
+    EXPECT_EQ(OPC_E_UNKNOWNITEMID,
+              properties->GetItemProperties(const_cast<LPWSTR>(u"Simulation.None"), 1, ids, &values, &errors));
+    EXPECT_EQ(nullptr, values);
+}
+
 }  // namespace
