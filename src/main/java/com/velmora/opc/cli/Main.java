@@ -2,6 +2,7 @@ package com.velmora.opc.cli;
 
 import com.velmora.opc.OpcEnv;
 import com.velmora.opc.OpcException;
+import com.velmora.opc.client.BOpcDeviceDiscoveryResult;
 import com.velmora.opc.client.DataSource;
 import com.velmora.opc.client.Group;
 import com.velmora.opc.client.Item;
@@ -24,6 +25,7 @@ import java.util.logging.Logger;
  * Command-line client.
  *
  * <pre>
+ *   opc [--host HOST] [--json] [--verbose] servers
  *   opc [--server PROGID] [--host HOST] [--json] [--verbose] status
  *   opc [--server PROGID] [--host HOST] [--json] [--verbose] read [--device|--cache] ITEM...
  *   opc [--server PROGID] [--host HOST] [--json] [--verbose] watch [--rate MS] [--count N] ITEM...
@@ -39,6 +41,7 @@ public final class Main {
     private static final String USAGE_TEXT = String.join(System.lineSeparator(),
             "usage: opc [--server PROGID] [--host HOST] [--json] [--verbose] COMMAND",
             "commands:",
+            "  servers                                the OPC DA 2.0 servers registered on the host",
             "  status                                 the server's status",
             "  read [--device|--cache] ITEM...        read items (from the cache by default)",
             "  watch [--rate MS] [--count N] ITEM...  print data changes as they come (rate default",
@@ -73,14 +76,11 @@ public final class Main {
             return OK;
         }
         Logger.getLogger(OpcEnv.LOGGER_NAME).setLevel(options.verbose ? Level.ALL : Level.OFF);
-        try (OpcClient client = OpcClient.open(); OpcServer server = client.connect(options.server, options.host)) {
-            return switch (options.command) {
-                case "status" -> status(server, options, out);
-                case "read" -> read(server, options, out);
-                case "watch" -> watch(server, options, out);
-                case "write" -> write(server, options, out);
-                default -> throw new IllegalStateException(options.command);
-            };
+        try (OpcClient client = OpcClient.open()) {
+            if (options.command.equals("servers")) return servers(client, options, out);
+            try (OpcServer server = client.connect(options.server, options.host)) {
+                return run(server, options, out);
+            }
         } catch (HresultException e) {
             err.println("opc: " + e.getOperation() + " failed: " + HresultException.describe(e.getHresult()));
         } catch (OpcException | UnexpectedNativeException | IllegalStateException e) {
@@ -91,6 +91,36 @@ public final class Main {
             err.println("opc: " + e);
         }
         return FAILED;
+    }
+
+    private static int run(OpcServer server, Options options, PrintStream out) {
+        return switch (options.command) {
+            case "status" -> status(server, options, out);
+            case "read" -> read(server, options, out);
+            case "watch" -> watch(server, options, out);
+            case "write" -> write(server, options, out);
+            default -> throw new IllegalStateException(options.command);
+        };
+    }
+
+    private static int servers(OpcClient client, Options options, PrintStream out) {
+        List<String[]> rows = new ArrayList<>();
+        for (BOpcDeviceDiscoveryResult found : client.discover(options.host)) {
+            rows.add(new String[] {String.valueOf(found.getProgId()), String.valueOf(found.getClsid()),
+                    String.valueOf(found.getDescription())});
+        }
+        if (options.json) {
+            StringBuilder json = new StringBuilder("[");
+            for (int i = 0; i < rows.size(); i++) {
+                String[] r = rows.get(i);
+                json.append(i == 0 ? "\n  " : ",\n  ").append(Json.object(List.of(new String[] {"progId", r[0]},
+                        new String[] {"clsid", r[1]}, new String[] {"description", r[2]})));
+            }
+            out.println(json.append(rows.isEmpty() ? "]" : "\n]"));
+        } else {
+            Table.print(out, new String[] {"PROGID", "CLSID", "DESCRIPTION"}, rows);
+        }
+        return OK;
     }
 
     private static int status(OpcServer server, Options options, PrintStream out) {
@@ -243,6 +273,9 @@ public final class Main {
             if (o.help) return o;
             if (o.command == null) throw new IllegalArgumentException("no command given");
             switch (o.command) {
+                case "servers" -> {
+                    if (!o.items.isEmpty()) throw new IllegalArgumentException("servers takes no arguments");
+                }
                 case "status" -> {
                     if (!o.items.isEmpty()) throw new IllegalArgumentException("status takes no arguments");
                 }

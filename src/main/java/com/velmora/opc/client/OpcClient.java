@@ -1,6 +1,7 @@
 package com.velmora.opc.client;
 
 import com.velmora.opc.OpcException;
+import com.velmora.opc.jni.client.common.OpcServerList2;
 import com.velmora.opc.jni.client.da.OpcDaServer;
 import java.util.ArrayList;
 import java.util.List;
@@ -44,6 +45,29 @@ public final class OpcClient implements AutoCloseable {
             servers.add(connection);
         }
         return connection;
+    }
+
+    /** Component category of OPC Data Access 2.0 servers. */
+    public static final String CATEGORY_DA20 = "{63D5F432-CFE4-11D1-B2C8-0060083BA1FB}";
+    /** Component category of OPC Data Access 3.0 servers. */
+    public static final String CATEGORY_DA30 = "{CC603642-66D7-48F1-B69A-B625E73652D7}";
+
+    /** The OPC Data Access 2.0 servers registered on a host ("localhost" when null or empty). */
+    public List<BOpcDeviceDiscoveryResult> discover(String host) {
+        return discover(host, CATEGORY_DA20);
+    }
+
+    /** The servers of a component category (braced GUID text) registered on a host. */
+    public List<BOpcDeviceDiscoveryResult> discover(String host, String category) {
+        ComThreads.prepare();
+        String target = host == null || host.isEmpty() ? "localhost" : host;
+        BOpcDeviceDiscoveryResult[] found = OpcServerList2.discoverServers(target, category);
+        if (found == null) return List.of();
+        List<BOpcDeviceDiscoveryResult> servers = new ArrayList<>();
+        for (BOpcDeviceDiscoveryResult server : found) {
+            if (server != null) servers.add(server);
+        }
+        return List.copyOf(servers);
     }
 
     void forget(OpcServer server) {

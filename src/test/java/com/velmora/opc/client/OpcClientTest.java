@@ -181,6 +181,25 @@ class OpcClientTest {
     }
 
     @Test
+    void discoveryListsTheSimulationServerUnderItsCategories() {
+        List<com.velmora.opc.client.BOpcDeviceDiscoveryResult> da20;
+        try {
+            da20 = client.discover(null);
+        } catch (UnsatisfiedLinkError e) {
+            assumeTrue(false, "server discovery is not in the library yet");
+            return;
+        }
+        com.velmora.opc.client.BOpcDeviceDiscoveryResult sim = da20.stream()
+                .filter(r -> SimControl.PROG_ID.equals(r.getProgId())).findFirst().orElseThrow();
+        assertEquals(SimControl.CLSID, sim.getClsid());
+        assertEquals("localhost", sim.getHost());
+        assertEquals(OpcClient.CATEGORY_DA20, sim.getCategory());
+        assertTrue(client.discover("localhost", OpcClient.CATEGORY_DA30).stream()
+                .anyMatch(r -> SimControl.CLSID.equals(r.getClsid())));
+        assertEquals(List.of(), client.discover("localhost", "{00000000-0000-0000-0000-00000000ABCD}"));
+    }
+
+    @Test
     void closingTheClientClosesEveryConnectionMadeThroughIt() {
         OpcClient other = OpcClient.open();
         OpcServer first = other.connect(SimControl.PROG_ID);
