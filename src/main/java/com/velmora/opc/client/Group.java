@@ -10,6 +10,7 @@ import java.util.ArrayList;
 import java.util.HashMap;
 import java.util.List;
 import java.util.Map;
+import java.util.concurrent.ConcurrentHashMap;
 
 /**
  * A group on a server, with its items. Closing it releases the interface handles it obtained and
@@ -26,7 +27,7 @@ public final class Group implements AutoCloseable {
     private NativeHandle itemMgt;
     private NativeHandle syncIo;
     private NativeHandle asyncIo;
-    private final Map<Integer, String> itemIds = new java.util.concurrent.ConcurrentHashMap<>();
+    private final Map<Integer, String> itemIds = new ConcurrentHashMap<>();
     private final List<Subscription> subscriptions = new ArrayList<>();
     private int nextClientHandle = 1;
     private boolean closed;
@@ -58,6 +59,9 @@ public final class Group implements AutoCloseable {
      */
     public List<Item> addItems(String... itemIds) {
         ensureOpen();
+        for (String id : itemIds) {
+            if (id == null) throw new IllegalArgumentException("null item id");
+        }
         ComThreads.prepare();
         int n = itemIds.length;
         if (n == 0) return List.of();
@@ -77,6 +81,36 @@ public final class Group implements AutoCloseable {
         OpcItemMgt.addItems(itemMgt().get(), itemIds.clone(), clientHandles, active, new int[n], collector);
         // Items the server gave no result for are unusable: report them as failed.
         for (int i = results.size(); i < n; i++) results.add(new Item(itemIds[i], clientHandles[i], 0, 0, 0, E_FAIL));
+        return List.copyOf(results);
+    }
+
+    /** Removes items from the group; one result per item, in order (0, or the item's error). */
+    public List<Integer> removeItems(List<Item> items) {
+        return perItem(items, handles -> OpcItemMgt.removeItems(itemMgt().get(), handles), true);
+    }
+
+    /** Switches items on or off for cache updates and data changes; one result per item, in order. */
+    public List<Integer> setActive(List<Item> items, boolean active) {
+        return perItem(items, handles -> OpcItemMgt.setActiveState(itemMgt().get(), handles, active), false);
+    }
+
+    private List<Integer> perItem(List<Item> items, java.util.function.Function<int[], int[]> call, boolean removing) {
+        ensureOpen();
+        ComThreads.prepare();
+        List<Item> valid = items.stream().filter(Item::isValid).toList();
+        int[] errors = valid.isEmpty() ? new int[0] : call.apply(valid.stream().mapToInt(Item::serverHandle).toArray());
+        List<Integer> results = new ArrayList<>(items.size());
+        int next = 0;
+        for (Item item : items) {
+            if (!item.isValid()) {
+                results.add(item.error());
+                continue;
+            }
+            int result = errors == null || next >= errors.length ? E_FAIL : errors[next];
+            next++;
+            if (removing && result >= 0) itemIds.remove(item.clientHandle());
+            results.add(result);
+        }
         return List.copyOf(results);
     }
 

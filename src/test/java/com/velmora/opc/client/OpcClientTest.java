@@ -131,6 +131,18 @@ class OpcClientTest {
     }
 
     @Test
+    void itemsCanBeSwitchedOffAndRemovedOnceEach() {
+        try (OpcServer server = client.connect(SimControl.PROG_ID); Group group = server.addGroup("items", 1000)) {
+            List<Item> items = group.addItems("Simulation.Static.R8", "No.Such.Item");
+            assertEquals(List.of(0, OPC_E_UNKNOWNITEMID), group.setActive(items, false));
+            assertEquals("bad: out of service", group.read(DataSource.CACHE, items).get(0).qualityText());
+            assertEquals(List.of(0, OPC_E_UNKNOWNITEMID), group.removeItems(items));
+            assertEquals(0xC0040001, (int) group.removeItems(items).get(0));
+            assertThrows(IllegalArgumentException.class, () -> group.addItems("A", null));
+        }
+    }
+
+    @Test
     void aSubscriptionDeliversChangesUntilClosed() throws InterruptedException {
         java.util.concurrent.BlockingQueue<ItemValue> changes = new java.util.concurrent.LinkedBlockingQueue<>();
         try (OpcServer server = client.connect(SimControl.PROG_ID); Group group = server.addGroup("watched", 50)) {
