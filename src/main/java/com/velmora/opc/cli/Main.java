@@ -3,14 +3,17 @@ package com.velmora.opc.cli;
 import com.velmora.opc.OpcEnv;
 import com.velmora.opc.OpcException;
 import com.velmora.opc.client.BOpcDeviceDiscoveryResult;
+import com.velmora.opc.client.BrowseElement;
 import com.velmora.opc.client.DataSource;
 import com.velmora.opc.client.Group;
 import com.velmora.opc.client.Item;
+import com.velmora.opc.client.ItemProperty;
 import com.velmora.opc.client.ItemValue;
 import com.velmora.opc.client.OpcClient;
 import com.velmora.opc.client.OpcServer;
 import com.velmora.opc.client.ServerStatus;
 import com.velmora.opc.client.Subscription;
+import com.velmora.opc.client.VarTypes;
 import com.velmora.opc.jni.HresultException;
 import com.velmora.opc.jni.UnexpectedNativeException;
 import java.io.PrintStream;
@@ -27,6 +30,8 @@ import java.util.logging.Logger;
  * <pre>
  *   opc [--host HOST] [--json] [--verbose] servers
  *   opc [--server PROGID] [--host HOST] [--json] [--verbose] status
+ *   opc [--server PROGID] [--host HOST] [--json] [--verbose] browse [BRANCH]
+ *   opc [--server PROGID] [--host HOST] [--json] [--verbose] properties ITEM
  *   opc [--server PROGID] [--host HOST] [--json] [--verbose] read [--device|--cache] ITEM...
  *   opc [--server PROGID] [--host HOST] [--json] [--verbose] watch [--rate MS] [--count N] ITEM...
  *   opc [--server PROGID] [--host HOST] [--json] [--verbose] write ITEM VALUE [ITEM VALUE]...
@@ -43,6 +48,8 @@ public final class Main {
             "commands:",
             "  servers                                the OPC DA 2.0 servers registered on the host",
             "  status                                 the server's status",
+            "  browse [BRANCH]                        the branches and items under BRANCH (default: root)",
+            "  properties ITEM                        the properties the server offers for ITEM",
             "  read [--device|--cache] ITEM...        read items (from the cache by default)",
             "  watch [--rate MS] [--count N] ITEM...  print data changes as they come (rate default",
             "                                         1000 ms; stops after N changes, else runs on)",
@@ -96,6 +103,8 @@ public final class Main {
     private static int run(OpcServer server, Options options, PrintStream out) {
         return switch (options.command) {
             case "status" -> status(server, options, out);
+            case "browse" -> browse(server, options, out);
+            case "properties" -> properties(server, options, out);
             case "read" -> read(server, options, out);
             case "watch" -> watch(server, options, out);
             case "write" -> write(server, options, out);
@@ -109,18 +118,43 @@ public final class Main {
             rows.add(new String[] {String.valueOf(found.getProgId()), String.valueOf(found.getClsid()),
                     String.valueOf(found.getDescription())});
         }
-        if (options.json) {
-            StringBuilder json = new StringBuilder("[");
-            for (int i = 0; i < rows.size(); i++) {
-                String[] r = rows.get(i);
-                json.append(i == 0 ? "\n  " : ",\n  ").append(Json.object(List.of(new String[] {"progId", r[0]},
-                        new String[] {"clsid", r[1]}, new String[] {"description", r[2]})));
-            }
-            out.println(json.append(rows.isEmpty() ? "]" : "\n]"));
-        } else {
-            Table.print(out, new String[] {"PROGID", "CLSID", "DESCRIPTION"}, rows);
-        }
+        print(out, options, new String[] {"PROGID", "CLSID", "DESCRIPTION"}, rows);
         return OK;
+    }
+
+    private static int browse(OpcServer server, Options options, PrintStream out) {
+        String branch = options.items.isEmpty() ? "" : options.items.get(0);
+        List<String[]> rows = new ArrayList<>();
+        for (BrowseElement e : server.browse(branch)) {
+            rows.add(new String[] {String.valueOf(e.name()), String.valueOf(e.itemId()), e.kind(),
+                    e.isItem() ? VarTypes.name(e.canonicalType()) : "", e.access()});
+        }
+        print(out, options, new String[] {"NAME", "ITEMID", "KIND", "TYPE", "ACCESS"}, rows);
+        return OK;
+    }
+
+    private static int properties(OpcServer server, Options options, PrintStream out) {
+        List<String[]> rows = new ArrayList<>();
+        for (ItemProperty p : server.properties(options.items.get(0))) {
+            rows.add(new String[] {Integer.toString(p.id()), p.description(), VarTypes.name(p.dataType())});
+        }
+        print(out, options, new String[] {"ID", "DESCRIPTION", "TYPE"}, rows);
+        return OK;
+    }
+
+    /** Rows as aligned columns, or as a JSON array of objects keyed by the lower-case headers. */
+    private static void print(PrintStream out, Options options, String[] header, List<String[]> rows) {
+        if (!options.json) {
+            Table.print(out, header, rows);
+            return;
+        }
+        StringBuilder json = new StringBuilder("[");
+        for (int i = 0; i < rows.size(); i++) {
+            List<String[]> fields = new ArrayList<>();
+            for (int c = 0; c < header.length; c++) fields.add(new String[] {header[c].toLowerCase(), rows.get(i)[c]});
+            json.append(i == 0 ? "\n  " : ",\n  ").append(Json.object(fields));
+        }
+        out.println(json.append(rows.isEmpty() ? "]" : "\n]"));
     }
 
     private static int status(OpcServer server, Options options, PrintStream out) {
@@ -215,17 +249,7 @@ public final class Main {
                         result < 0 ? "error " + HresultException.describe(result) : "written"});
             }
         }
-        if (options.json) {
-            StringBuilder json = new StringBuilder("[");
-            for (int i = 0; i < rows.size(); i++) {
-                String[] r = rows.get(i);
-                json.append(i == 0 ? "\n  " : ",\n  ").append(Json.object(List.of(new String[] {"item", r[0]},
-                        new String[] {"value", r[1]}, new String[] {"result", r[2]})));
-            }
-            out.println(json.append("\n]"));
-        } else {
-            Table.print(out, new String[] {"ITEM", "VALUE", "RESULT"}, rows);
-        }
+        print(out, options, new String[] {"ITEM", "VALUE", "RESULT"}, rows);
         return anyFailed ? FAILED : OK;
     }
 
@@ -273,6 +297,12 @@ public final class Main {
             if (o.help) return o;
             if (o.command == null) throw new IllegalArgumentException("no command given");
             switch (o.command) {
+                case "browse" -> {
+                    if (o.items.size() > 1) throw new IllegalArgumentException("browse takes at most one branch");
+                }
+                case "properties" -> {
+                    if (o.items.size() != 1) throw new IllegalArgumentException("properties takes one item");
+                }
                 case "servers" -> {
                     if (!o.items.isEmpty()) throw new IllegalArgumentException("servers takes no arguments");
                 }

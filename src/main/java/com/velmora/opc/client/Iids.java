@@ -7,6 +7,8 @@ final class Iids {
     static final String IOPC_ITEM_MGT = "{39C13A54-011E-11D0-9675-0020AFD8ADB3}";
     static final String IOPC_SYNC_IO = "{39C13A52-011E-11D0-9675-0020AFD8ADB3}";
     static final String IOPC_ASYNC_IO2 = "{39C13A71-011E-11D0-9675-0020AFD8ADB3}";
+    static final String IOPC_BROWSE = "{39227004-A18F-4B57-8B0A-5235670F4468}";
+    static final String IOPC_ITEM_PROPERTIES = "{39C13A72-011E-11D0-9675-0020AFD8ADB3}";
     static final String IOPC_GROUP_STATE_MGT = "{39C13A50-011E-11D0-9675-0020AFD8ADB3}";
 
     private Iids() {}

@@ -1,7 +1,11 @@
 package com.velmora.opc.client;
 
 import com.velmora.opc.jni.client.common.OpcCommon;
+import com.velmora.opc.jni.client.da.BrowseElementCollector;
+import com.velmora.opc.jni.client.da.OpcBrowse;
 import com.velmora.opc.jni.client.da.OpcDaServer;
+import com.velmora.opc.jni.client.da.OpcItemProperties;
+import com.velmora.opc.jni.client.da.PropertyCollector;
 import com.velmora.opc.jni.client.da.ServerStatusReceiver;
 import java.util.ArrayList;
 import java.util.List;
@@ -59,6 +63,32 @@ public final class OpcServer implements AutoCloseable {
         try (NativeHandle common = server.query(Iids.IOPC_COMMON, "IOPCCommon")) {
             return OpcCommon.getErrorString(common.get(), hresult);
         }
+    }
+
+    /**
+     * The elements under a branch of the server's address space ("" for the root), with each
+     * item's type and access rights. Needs a server with the OPC DA 3.0 browse interface.
+     */
+    public List<BrowseElement> browse(String branchItemId) {
+        ComThreads.prepare();
+        List<BrowseElement> elements = new ArrayList<>();
+        BrowseElementCollector collector = (name, itemId, isItem, hasChildren, type, readable, writable) ->
+                elements.add(new BrowseElement(name, itemId, isItem, hasChildren, type, readable, writable));
+        try (NativeHandle browser = server.query(Iids.IOPC_BROWSE, "IOPCBrowse")) {
+            OpcBrowse.browse(browser.get(), branchItemId == null ? "" : branchItemId, collector);
+        }
+        return List.copyOf(elements);
+    }
+
+    /** The properties the server offers for an item. */
+    public List<ItemProperty> properties(String itemId) {
+        ComThreads.prepare();
+        List<ItemProperty> properties = new ArrayList<>();
+        PropertyCollector collector = (id, description, type) -> properties.add(new ItemProperty(id, description, type));
+        try (NativeHandle props = server.query(Iids.IOPC_ITEM_PROPERTIES, "IOPCItemProperties")) {
+            OpcItemProperties.queryAvailableProperties(props.get(), itemId, collector);
+        }
+        return List.copyOf(properties);
     }
 
     /** Adds an active group with the requested update rate in milliseconds. */

@@ -3,7 +3,7 @@ package com.velmora.opc.client;
 import java.lang.reflect.Array;
 
 /** The VARTYPE codes that values travel with, and the conversions of Java values for a write. */
-final class VarTypes {
+public final class VarTypes {
     static final int VT_BSTR = 8;
     static final int VT_BOOL = 11;
     static final int VT_ARRAY = 0x2000;
@@ -11,6 +11,35 @@ final class VarTypes {
     static final int OPC_E_RANGE = 0xC004000B;
 
     private VarTypes() {}
+
+    /** The type's name, e.g. "R8", "BSTR", "I4[]" for an array; "VT 42" for other codes. */
+    public static String name(int type) {
+        String element = switch (type & ~VT_ARRAY) {
+            case 0 -> "EMPTY";
+            case 1 -> "NULL";
+            case 2 -> "I2";
+            case 3 -> "I4";
+            case 4 -> "R4";
+            case 5 -> "R8";
+            case 6 -> "CY";
+            case 7 -> "DATE";
+            case 8 -> "BSTR";
+            case 10 -> "ERROR";
+            case 11 -> "BOOL";
+            case 12 -> "VARIANT";
+            case 16 -> "I1";
+            case 17 -> "UI1";
+            case 18 -> "UI2";
+            case 19 -> "UI4";
+            case 20 -> "I8";
+            case 21 -> "UI8";
+            case 22 -> "INT";
+            case 23 -> "UINT";
+            default -> null;
+        };
+        if (element == null) return "VT " + type;
+        return isArray(type) ? element + "[]" : element;
+    }
 
     static boolean isArray(int type) {
         return (type & VT_ARRAY) != 0;

@@ -212,6 +212,31 @@ class OpcClientTest {
     }
 
     @Test
+    void browsingAndPropertiesDescribeTheAddressSpace() {
+        try (OpcServer server = client.connect(SimControl.PROG_ID)) {
+            List<BrowseElement> root;
+            try {
+                root = server.browse("");
+            } catch (UnsatisfiedLinkError e) {
+                assumeTrue(false, "browsing is not in the library yet");
+                return;
+            }
+            assertTrue(root.stream().anyMatch(e -> e.name().equals("Simulation") && e.hasChildren()), root::toString);
+            BrowseElement r8 = server.browse("Simulation.Static").stream()
+                    .filter(e -> "Simulation.Static.R8".equals(e.itemId())).findFirst().orElseThrow();
+            assertEquals("item", r8.kind());
+            assertEquals("R8", VarTypes.name(r8.canonicalType()));
+            assertEquals("rw", r8.access());
+            assertEquals("r", server.browse("Simulation.Access").stream()
+                    .filter(e -> e.name().equals("ReadOnly")).findFirst().orElseThrow().access());
+
+            List<Integer> ids = server.properties("Simulation.Static.R8").stream().map(ItemProperty::id).toList();
+            assertTrue(ids.containsAll(List.of(1, 2, 3, 4, 5)), ids::toString);
+            assertThrows(HresultException.class, () -> server.properties("No.Such.Item"));
+        }
+    }
+
+    @Test
     void closingTheClientClosesEveryConnectionMadeThroughIt() {
         OpcClient other = OpcClient.open();
         OpcServer first = other.connect(SimControl.PROG_ID);

@@ -37,6 +37,20 @@ class ValuesTest {
     }
 
     @Test
+    void typeNamesMarkArraysAndUnknownCodes() {
+        assertEquals("R8", VarTypes.name(5));
+        assertEquals("BSTR[]", VarTypes.name(0x2008));
+        assertEquals("UI4[]", VarTypes.name(0x2013));
+        assertEquals("VT 99", VarTypes.name(99));
+        assertEquals("1,-2,3", VarTypes.arrayText(new int[] {1, -2, 3}));
+        assertEquals("1,2.5", VarTypes.arrayText(new double[] {1.0, 2.5}));
+        assertEquals("true,false", VarTypes.arrayText(new boolean[] {true, false}));
+        assertEquals(Boolean.FALSE, VarTypes.toBoolean(" FALSE "));
+        assertEquals(null, VarTypes.toBoolean("2"));
+        assertEquals(null, VarTypes.toDouble("12,5"));
+    }
+
+    @Test
     void aFailedItemIsAValueWithItsError() {
         ItemValue failed = new ItemValue("X", null, 0, null, 0xC0040006);
         assertTrue(failed.isFailed());
