@@ -75,8 +75,10 @@ public final class DeliveryBench {
                 Rounds floor = new Rounds("floor", rounds);
                 Rounds spread = new Rounds("first to last item", rounds);
                 for (int r = -warmup; r < rounds; r++) {
-                    long library = libraryDelivery(listened, sink, (r + warmup + 1) * (double) ITEMS);
+                    double values = (r + warmup + 1) * 2.0 * ITEMS;
+                    long library = libraryDelivery(listened, sink, values);
                     long firstToLast = sink.finishedAt() - sink.startedAt();
+                    BenchNatives.writeNumbers(bare.syncIo, bare.serverHandles, values + ITEMS);
                     long[] refresh = BenchNatives.serverRefresh(bare.asyncIo, ITEMS, 1);
                     sink.expect(ITEMS);
                     long[] upcalls = BenchNatives.attachedThreadFloor(sink, calls.handles, calls.values,
