@@ -54,25 +54,6 @@ CallbackImpl::~CallbackImpl() {
     }
 }
 
-HRESULT STDMETHODCALLTYPE CallbackImpl::QueryInterface(REFIID iid, void** out) {
-    if (out == nullptr) return E_INVALIDARG;
-    if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IOPCDataCallback)) {
-        *out = static_cast<IOPCDataCallback*>(this);
-        AddRef();
-        return S_OK;
-    }
-    *out = nullptr;
-    return E_NOINTERFACE;
-}
-
-ULONG STDMETHODCALLTYPE CallbackImpl::AddRef() { return references_.fetch_add(1, std::memory_order_relaxed) + 1; }
-
-ULONG STDMETHODCALLTYPE CallbackImpl::Release() {
-    const ULONG left = references_.fetch_sub(1, std::memory_order_acq_rel) - 1;
-    if (left == 0) delete this;
-    return left;
-}
-
 HRESULT STDMETHODCALLTYPE CallbackImpl::OnDataChange(DWORD, OPCHANDLE, HRESULT, HRESULT, DWORD count,
                                                      OPCHANDLE* clientHandles, VARIANT* values, WORD* qualities,
                                                      FILETIME* timestamps, HRESULT* errors) {

@@ -4,21 +4,16 @@
 
 #include <jni.h>
 
-#include <atomic>
-
+#include "CallbackObject.h"
 #include "OpcEnv.h"
 #include "ValueDelivery.h"
 
 namespace opc::io {
 
-class CallbackImpl final : public IOPCDataCallback {
+class CallbackImpl final : public env::CallbackObject<CallbackImpl, IOPCDataCallback, IID_IOPCDataCallback> {
 public:
     // Reference count 0 after construction; the creator adds the first reference.
     CallbackImpl(JNIEnv* env, jobject callback);
-
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override;
-    ULONG STDMETHODCALLTYPE AddRef() override;
-    ULONG STDMETHODCALLTYPE Release() override;
 
     HRESULT STDMETHODCALLTYPE OnDataChange(DWORD transactionId, OPCHANDLE group, HRESULT masterQuality,
                                            HRESULT masterError, DWORD count, OPCHANDLE* clientHandles,
@@ -33,12 +28,12 @@ public:
     HRESULT STDMETHODCALLTYPE OnCancelComplete(DWORD transactionId, OPCHANDLE group) override;
 
 private:
+    friend class env::CallbackObject<CallbackImpl, IOPCDataCallback, IID_IOPCDataCallback>;
     ~CallbackImpl();
 
     jobject callback_ = nullptr;  // global reference
     jmethodID asyncCallbackDeleted_ = nullptr;
     JavaVM* vm_ = nullptr;
-    std::atomic<ULONG> references_{0};
     UpdateMethods update_;
     jmethodID onWriteCompleted_ = nullptr;
     jmethodID onReadCompleted_ = nullptr;

@@ -36,25 +36,6 @@ ShutdownImpl::~ShutdownImpl() {
     }
 }
 
-HRESULT STDMETHODCALLTYPE ShutdownImpl::QueryInterface(REFIID iid, void** out) {
-    if (out == nullptr) return E_INVALIDARG;
-    if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IOPCShutdown)) {
-        *out = static_cast<IOPCShutdown*>(this);
-        AddRef();
-        return S_OK;
-    }
-    *out = nullptr;
-    return E_NOINTERFACE;
-}
-
-ULONG STDMETHODCALLTYPE ShutdownImpl::AddRef() { return references_.fetch_add(1, std::memory_order_relaxed) + 1; }
-
-ULONG STDMETHODCALLTYPE ShutdownImpl::Release() {
-    const ULONG left = references_.fetch_sub(1, std::memory_order_acq_rel) - 1;
-    if (left == 0) delete this;
-    return left;
-}
-
 HRESULT STDMETHODCALLTYPE ShutdownImpl::ShutdownRequest(LPCWSTR reason) {
     advised_.store(false, std::memory_order_release);
     try {
