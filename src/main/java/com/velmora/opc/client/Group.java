@@ -1,8 +1,10 @@
 package com.velmora.opc.client;
 
 import com.velmora.opc.OpcException;
+import com.velmora.opc.jni.client.da.GroupStateReceiver;
 import com.velmora.opc.jni.client.da.ItemResultCollector;
 import com.velmora.opc.jni.client.da.OpcDaServer;
+import com.velmora.opc.jni.client.da.OpcGroupStateMgt;
 import com.velmora.opc.jni.client.da.OpcItemMgt;
 import com.velmora.opc.jni.client.da.OpcSyncIo;
 import com.velmora.opc.jni.client.da.UpdateReceiver;
@@ -23,19 +25,23 @@ public final class Group implements AutoCloseable {
     private final NativeHandle group;
     private final String name;
     private final int serverGroupHandle;
-    private final int updateRate;
+    private final int clientGroupHandle;
+    private int updateRate;
     private NativeHandle itemMgt;
     private NativeHandle syncIo;
     private NativeHandle asyncIo;
+    private NativeHandle stateMgt;
     private final Map<Integer, String> itemIds = new ConcurrentHashMap<>();
     private final List<Subscription> subscriptions = new ArrayList<>();
     private int nextClientHandle = 1;
     private boolean closed;
 
-    Group(OpcServer server, NativeHandle group, String name, int serverGroupHandle, int updateRate) {
+    Group(OpcServer server, NativeHandle group, String name, int clientGroupHandle, int serverGroupHandle,
+            int updateRate) {
         this.server = server;
         this.group = group;
         this.name = name;
+        this.clientGroupHandle = clientGroupHandle;
         this.serverGroupHandle = serverGroupHandle;
         this.updateRate = updateRate;
     }
@@ -50,6 +56,29 @@ public final class Group implements AutoCloseable {
 
     /** The update rate the server granted, in milliseconds. */
     public int updateRate() {
+        return updateRate;
+    }
+
+    /** The group's state as the server reports it now. */
+    public GroupState state() {
+        ensureOpen();
+        ComThreads.prepare();
+        GroupState[] state = new GroupState[1];
+        GroupStateReceiver receiver = (rate, active, groupName, bias, deadband, lcid, client, serverHandle) ->
+                state[0] = new GroupState(groupName, rate, active, bias, deadband, lcid, client, serverHandle);
+        OpcGroupStateMgt.getState(stateMgt().get(), receiver);
+        if (state[0] == null) throw new OpcException("the server reported no state for group " + name);
+        return state[0];
+    }
+
+    /**
+     * Changes the update rate and activity, keeping the other state; returns the rate the server
+     * granted.
+     */
+    public int setState(int requestedUpdateRate, boolean active) {
+        GroupState now = state();
+        updateRate = OpcGroupStateMgt.setState(stateMgt().get(), requestedUpdateRate, active, now.timeBias(),
+                now.percentDeadband(), now.localeId(), clientGroupHandle);
         return updateRate;
     }
 
@@ -216,6 +245,7 @@ public final class Group implements AutoCloseable {
 
     private void releaseAndRemove() {
         try {
+            if (stateMgt != null) stateMgt.close();
             if (asyncIo != null) asyncIo.close();
             if (syncIo != null) syncIo.close();
             if (itemMgt != null) itemMgt.close();
@@ -232,6 +262,11 @@ public final class Group implements AutoCloseable {
     private NativeHandle itemMgt() {
         if (itemMgt == null) itemMgt = group.query(Iids.IOPC_ITEM_MGT, "IOPCItemMgt");
         return itemMgt;
+    }
+
+    private NativeHandle stateMgt() {
+        if (stateMgt == null) stateMgt = group.query(Iids.IOPC_GROUP_STATE_MGT, "IOPCGroupStateMgt");
+        return stateMgt;
     }
 
     private NativeHandle syncIo() {

@@ -98,11 +98,12 @@ public final class OpcServer implements AutoCloseable {
 
     public Group addGroup(String groupName, boolean active, int updateRate, float percentDeadband) {
         ComThreads.prepare();
-        long[] result = OpcDaServer.addGroup(handle(), groupName, active, updateRate, nextGroupHandle++, 0,
+        int clientGroupHandle = nextGroupHandle++;
+        long[] result = OpcDaServer.addGroup(handle(), groupName, active, updateRate, clientGroupHandle, 0,
                 percentDeadband, 0);
         if (result == null || result.length != 3 || result[0] == 0) throw Group.noGroup(groupName);
-        Group group = new Group(this, new NativeHandle(result[0], "group " + groupName), groupName, (int) result[1],
-                (int) result[2]);
+        Group group = new Group(this, new NativeHandle(result[0], "group " + groupName), groupName,
+                clientGroupHandle, (int) result[1], (int) result[2]);
         synchronized (groups) {
             groups.add(group);
         }

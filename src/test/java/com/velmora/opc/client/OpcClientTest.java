@@ -237,6 +237,30 @@ class OpcClientTest {
     }
 
     @Test
+    void groupStateIsReadAndChangedKeepingTheRest() {
+        try (OpcServer server = client.connect(SimControl.PROG_ID); Group group = server.addGroup("state", 1000)) {
+            GroupState before;
+            try {
+                before = group.state();
+            } catch (UnsatisfiedLinkError e) {
+                assumeTrue(false, "group state is not in the library yet");
+                return;
+            }
+            assertEquals("state", before.name());
+            assertEquals(1000, before.updateRate());
+            assertTrue(before.active());
+            assertEquals(group.serverGroupHandle(), before.serverGroupHandle());
+            int granted = group.setState(250, false);
+            assertEquals(granted, group.updateRate());
+            GroupState after = group.state();
+            assertEquals(granted, after.updateRate());
+            assertFalse(after.active());
+            assertEquals(before.clientGroupHandle(), after.clientGroupHandle());
+            assertEquals(before.localeId(), after.localeId());
+        }
+    }
+
+    @Test
     void closingTheClientClosesEveryConnectionMadeThroughIt() {
         OpcClient other = OpcClient.open();
         OpcServer first = other.connect(SimControl.PROG_ID);
