@@ -147,6 +147,50 @@ class BenchNativesTest {
     }
 
     @Test
+    void runsThatDeliverAnythingButGoodValuesAreRefused() {
+        Sink sink = new Sink();
+        Sink.Recording failed = sink.record(2);
+        sink.updateNumeric(1, 1.0, 0, 192, 0, true);
+        sink.updateError(2, 0, 0, 0xC0040007, true);
+        assertThrows(IllegalStateException.class, () -> failed.check(true));
+
+        Sink.Recording tooFew = sink.record(2);
+        sink.updateNumeric(1, 1.0, 0, 192, 0, true);
+        assertThrows(IllegalStateException.class, () -> tooFew.check(true));
+
+        Sink.Recording wrongKind = sink.record(1);
+        sink.updateString(1, "1.0", 0, 192, 0, true);
+        assertThrows(IllegalStateException.class, () -> wrongKind.check(true));
+        wrongKind.check(false);
+
+        Sink.Recording badItem = sink.record(1);
+        sink.updateNumeric(1, 1.0, 0, 192, 0xC0040006, true);
+        assertThrows(IllegalStateException.class, () -> badItem.check(true));
+
+        assertEquals(3, Rounds.median(new long[] {9, 1, 3}));
+        assertEquals(4, Rounds.median(new long[] {9, 1, 3, 5}));
+        assertEquals(0.5, Rounds.ratio(150, 100, 100));
+    }
+
+    @Test
+    void bothBenchmarksRunEndToEndAndReleaseEverything() {
+        assumeTrue(SimControl.available(), SimControl::problem);
+        SimControl.reset();
+        long server = BenchGroup.connect();
+        try {
+            Rounds[] read = SyncReadBench.measure(server, "Bench.Str.", false, 1, 3);
+            Rounds[] delivery = DeliveryBench.measure(server, 1, 3);
+            for (Rounds rounds : List.of(read[0], read[1], read[2], delivery[0], delivery[1], delivery[2])) {
+                assertTrue(rounds.median() > 0, rounds.name());
+            }
+            // The library's delivery spans the server's share and the time from first to last item.
+            assertTrue(delivery[0].median() > delivery[3].median());
+        } finally {
+            ComObjectClient.release(server);
+        }
+    }
+
+    @Test
     void serverTimingsFreeResultsAndDisconnect() {
         assumeTrue(SimControl.available(), SimControl::problem);
         SimControl.reset();
