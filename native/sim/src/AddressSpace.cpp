@@ -452,12 +452,41 @@ HRESULT AddressSpace::write(const ItemDef& item, const VARIANT& value) {
     return S_OK;
 }
 
+HRESULT AddressSpace::advance(const ItemDef& item, VARTYPE type, const FILETIME& stamp, VARIANT* out,
+                              WORD* quality) {
+    *quality = item.quality;
+    if (item.behavior != Behavior::Stored) {
+        const Cell value[] = {dynamicValue(item)};
+        return toVariant(item, std::vector<Cell>(value, value + 1), type, out);
+    }
+    ItemDef& target = const_cast<ItemDef&>(item);
+    const VARTYPE element = VARTYPE(item.type & ~VT_ARRAY);
+    ++target.changes;
+    for (size_t i = 0; i < target.current.size(); ++i) {
+        Cell& cell = target.current[i];
+        if (element == VT_BSTR) {
+            const std::string count = "#" + std::to_string(target.changes);
+            cell.text = i < item.initial.size() ? item.initial[i].text : WString();
+            cell.text.append(count.begin(), count.end());
+        } else if (element == VT_BOOL) {
+            cell.num = cell.num != 0 ? 0 : 1;
+        } else {
+            double lo = 0, hi = 0;
+            limits(element, &lo, &hi);
+            cell.num = isInteger(element) && cell.num + 1 > hi ? lo : cell.num + 1;
+        }
+    }
+    target.stamp = stamp;
+    return toVariant(item, item.current, type, out);
+}
+
 void AddressSpace::reset() {
     std::unique_lock<std::shared_mutex> guard(lock_);
     const FILETIME stamp = now();
     for (auto& item : items_) {
         item->current = item->initial;
         item->stamp = stamp;
+        item->changes = 0;
     }
 }
 

@@ -5,6 +5,7 @@
 #include "Common.h"
 
 #include <memory>
+#include <mutex>
 #include <shared_mutex>
 #include <unordered_map>
 #include <vector>
@@ -29,6 +30,7 @@ struct ItemDef {
     // Guarded by the address space's lock.
     std::vector<Cell> current;
     FILETIME stamp{};
+    unsigned long changes = 0;  // how often the value was advanced since the last reset
 };
 
 class AddressSpace {
@@ -46,6 +48,13 @@ public:
     static HRESULT toVariant(const ItemDef& item, const std::vector<Cell>& cells, VARTYPE type, VARIANT* out);
     // Stores a value given in any convertible type: OPC_E_BADTYPE or OPC_E_RANGE when it does not fit.
     HRESULT write(const ItemDef& item, const VARIANT& value);
+
+    // For items that change at every update: hold `exclusive()` while calling advance(), which
+    // gives the item its next value (integers count up and wrap within their type, reals count up
+    // by one, booleans toggle, texts end in a change count; computed items just compute) and
+    // converts it to `type` into `out`.
+    std::unique_lock<std::shared_mutex> exclusive() { return std::unique_lock<std::shared_mutex>(lock_); }
+    HRESULT advance(const ItemDef& item, VARTYPE type, const FILETIME& stamp, VARIANT* out, WORD* quality);
 
     // Items in id order, for browsing.
     const std::vector<const ItemDef*>& ordered() const { return ordered_; }

@@ -14,6 +14,7 @@ HRESULT Connections::advise(IUnknown* sink, DWORD* cookie) {
     std::lock_guard<std::mutex> guard(lock_);
     *cookie = nextCookie_++;
     sinks_.emplace(*cookie, std::move(typed));
+    countConnection(sinkIid_, +1);
     return S_OK;
 }
 
@@ -25,6 +26,7 @@ HRESULT Connections::unadvise(DWORD cookie) {
         if (it == sinks_.end()) return CONNECT_E_NOCONNECTION;
         dropped = std::move(it->second);
         sinks_.erase(it);
+        countConnection(sinkIid_, -1);
     }
     return S_OK;  // the sink is released here, outside the lock
 }
@@ -39,6 +41,7 @@ void Connections::clear() {
     {
         std::lock_guard<std::mutex> guard(lock_);
         dropped.swap(sinks_);
+        countConnection(sinkIid_, -int(dropped.size()));
     }
 }
 

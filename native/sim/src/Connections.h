@@ -20,6 +20,9 @@ using opc::support::ComPtr;
 class Connections {
 public:
     explicit Connections(const IID& sinkIid) : sinkIid_(sinkIid) {}
+    ~Connections() { clear(); }
+    Connections(const Connections&) = delete;
+    Connections& operator=(const Connections&) = delete;
 
     const IID& sinkIid() const { return sinkIid_; }
     HRESULT advise(IUnknown* sink, DWORD* cookie);

@@ -5,6 +5,7 @@
 #include "Server.h"
 #include "sim/SimControl.h"
 
+#include <algorithm>
 #include <cstring>
 #include <map>
 #include <mutex>
@@ -12,6 +13,7 @@
 namespace sim {
 
 std::atomic<long> g_moduleLocks{0};
+std::atomic<bool> g_inlineCompletion{false};
 
 namespace {
 
@@ -31,6 +33,7 @@ struct ControlState {
     std::map<std::string, CallRecord, std::less<>> calls;
     std::map<WString, HRESULT> itemErrors;
     std::map<std::string, bool, std::less<>> nulls;
+    std::vector<WString> everyTick;  // id prefixes
 };
 
 ControlState& state() {
@@ -43,6 +46,39 @@ std::atomic<bool> g_anyItemErrors{false};
 std::atomic<bool> g_anyNulls{false};
 
 const char* const kKindNames[] = {"server", "group", "enum", "connectionpoint", "factory", "serverlist"};
+
+std::atomic<long> g_callbacks[static_cast<int>(Callback::Count)];
+const char* const kCallbackNames[] = {"OnDataChange", "OnReadComplete", "OnWriteComplete", "OnCancelComplete",
+                                      "ShutdownRequest"};
+
+enum { kDataCallbackConnections, kShutdownConnections, kConnectionKinds };
+std::atomic<long> g_connections[kConnectionKinds];
+
+std::atomic<unsigned> g_everyTickGeneration{1};
+std::atomic<double> g_lastTickMicros{0};
+
+void changeEveryTickSet() {
+    unsigned next = g_everyTickGeneration.load() + 1;
+    if (next == 0) next = 1;
+    g_everyTickGeneration = next;
+}
+
+// The ids of a comma-separated list, blanks around them dropped.
+std::vector<WString> splitIds(const char* list) {
+    std::vector<WString> ids;
+    std::string current;
+    for (const char* p = list;; ++p) {
+        if (*p == ',' || *p == '\0') {
+            const size_t first = current.find_first_not_of(' ');
+            if (first != std::string::npos) ids.push_back(widen(current.substr(first, current.find_last_not_of(' ') - first + 1).c_str()));
+            current.clear();
+            if (*p == '\0') break;
+        } else {
+            current += *p;
+        }
+    }
+    return ids;
+}
 
 }  // namespace
 
@@ -88,6 +124,35 @@ long liveObjects() noexcept {
     for (auto& n : g_live) total += n.load(std::memory_order_relaxed);
     return total;
 }
+
+void countCallback(Callback method) noexcept {
+    g_callbacks[static_cast<int>(method)].fetch_add(1, std::memory_order_relaxed);
+}
+
+void countConnection(const IID& sinkIid, int delta) noexcept {
+    if (IsEqualIID(sinkIid, IID_IOPCDataCallback)) {
+        g_connections[kDataCallbackConnections].fetch_add(delta);
+    } else if (IsEqualIID(sinkIid, IID_IOPCShutdown)) {
+        g_connections[kShutdownConnections].fetch_add(delta);
+    }
+}
+
+unsigned everyTickGeneration() noexcept { return g_everyTickGeneration.load(std::memory_order_acquire); }
+
+std::vector<WString> everyTickPrefixes() {
+    ControlState& s = state();
+    std::lock_guard<std::mutex> guard(s.lock);
+    return s.everyTick;
+}
+
+bool matchesAnyPrefix(const WString& id, const std::vector<WString>& prefixes) {
+    for (const WString& prefix : prefixes) {
+        if (id.compare(0, prefix.size(), prefix) == 0) return true;
+    }
+    return false;
+}
+
+void recordTickMicros(double micros) noexcept { g_lastTickMicros.store(micros, std::memory_order_relaxed); }
 
 }  // namespace sim
 
@@ -173,9 +238,50 @@ void SimSetBrowsePortion(int elements) { g_browsePortion = elements < 0 ? 0 : el
 
 void SimSetAsyncDelay(int milliseconds) { g_asyncDelayMs = milliseconds < 0 ? 0 : milliseconds; }
 
+void SimSetInlineCompletion(int on) { g_inlineCompletion = on != 0; }
+
+int SimSendWriteComplete(DWORD transactionId, HRESULT masterError, const char* itemIds, HRESULT itemError) {
+    if (itemIds == nullptr) return 0;
+    const std::vector<WString> ids = splitIds(itemIds);
+    if (ids.empty()) return 0;
+    return writeCompleteAll(transactionId, masterError, ids, itemError);
+}
+
+void SimSetChangeEveryTick(const char* prefix, int on) {
+    if (prefix == nullptr) return;
+    const WString text = widen(prefix);
+    ControlState& s = state();
+    std::lock_guard<std::mutex> guard(s.lock);
+    auto& prefixes = s.everyTick;
+    const auto found = std::find(prefixes.begin(), prefixes.end(), text);
+    if (on && found == prefixes.end()) prefixes.push_back(text);
+    if (!on && found != prefixes.end()) prefixes.erase(found);
+    changeEveryTickSet();  // under the lock, so a reader never pairs new prefixes with an old generation
+}
+
+double SimLastTickMicros() { return g_lastTickMicros.load(std::memory_order_relaxed); }
+
+long SimConnections(const char* kind) {
+    if (kind == nullptr) return g_connections[kDataCallbackConnections] + g_connections[kShutdownConnections];
+    if (std::strcmp(kind, "datacallback") == 0) return g_connections[kDataCallbackConnections];
+    if (std::strcmp(kind, "shutdown") == 0) return g_connections[kShutdownConnections];
+    return 0;
+}
+
+long SimCallbacksMade(const char* method) {
+    if (method == nullptr) return 0;
+    for (int i = 0; i < static_cast<int>(Callback::Count); ++i) {
+        if (std::strcmp(method, kCallbackNames[i]) == 0) return g_callbacks[i].load();
+    }
+    return 0;
+}
+
 void SimReset() {
     g_asyncDelayMs = 0;
     g_browsePortion = 0;
+    g_inlineCompletion = false;
+    g_lastTickMicros = 0;
+    for (auto& count : g_callbacks) count = 0;
     {
         ControlState& s = state();
         std::lock_guard<std::mutex> guard(s.lock);
@@ -185,6 +291,10 @@ void SimReset() {
         s.nulls.clear();
         g_anyItemErrors = false;
         g_anyNulls = false;
+        if (!s.everyTick.empty()) {
+            s.everyTick.clear();
+            changeEveryTickSet();
+        }
     }
     AddressSpace::instance().reset();
 }

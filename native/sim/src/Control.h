@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <string>
+#include <vector>
 
 namespace sim {
 
@@ -41,5 +42,23 @@ extern std::atomic<int> g_browsePortion;
 
 // Module locks held through IClassFactory::LockServer.
 extern std::atomic<long> g_moduleLocks;
+
+// While set, asynchronous requests complete on the calling thread before the method returns.
+extern std::atomic<bool> g_inlineCompletion;
+
+// The client sink methods that the server calls.
+enum class Callback { DataChange, ReadComplete, WriteComplete, CancelComplete, ShutdownRequest, Count };
+// Counts one call of a sink method; made just before the call, so a sink that sees the call sees it counted.
+void countCallback(Callback method) noexcept;
+// Counts connections of a connection point by its sink interface.
+void countConnection(const IID& sinkIid, int delta) noexcept;
+
+// Items whose value changes at every update of a group, chosen by id prefix. The generation
+// (never 0) changes whenever the prefixes do, so that groups can cache the choice per item.
+unsigned everyTickGeneration() noexcept;
+std::vector<WString> everyTickPrefixes();
+bool matchesAnyPrefix(const WString& id, const std::vector<WString>& prefixes);
+// The server's own time for the last subscription update that it sent.
+void recordTickMicros(double micros) noexcept;
 
 }  // namespace sim

@@ -27,12 +27,22 @@ DWORD Engine::post(std::function<void()> run, std::function<void()> cancelled) {
     DWORD id;
     {
         std::lock_guard<std::mutex> guard(lock_);
-        id = nextId_++;
-        if (nextId_ == 0) nextId_ = 1;
+        id = takeId();
         tasks_.push_back(Task{id, due, std::move(run), std::move(cancelled)});
     }
     wake_.notify_all();
     return id;
+}
+
+DWORD Engine::takeId() {
+    const DWORD id = nextId_++;
+    if (nextId_ == 0) nextId_ = 1;
+    return id;
+}
+
+DWORD Engine::reserveId() {
+    std::lock_guard<std::mutex> guard(lock_);
+    return takeId();
 }
 
 bool Engine::cancel(DWORD id) {

@@ -25,6 +25,10 @@ public:
     DWORD post(std::function<void()> run, std::function<void()> cancelled);
     // True when the request was still pending; its `cancelled` then runs on the engine thread.
     bool cancel(DWORD id);
+    // A cancel id for a request that completes without being queued.
+    DWORD reserveId();
+    // Whether the caller runs on the engine's thread.
+    bool onThread() const { return std::this_thread::get_id() == thread_.get_id(); }
 
     static constexpr std::chrono::milliseconds kTick{10};
 
@@ -37,6 +41,7 @@ private:
         bool isCancelled = false;
     };
     void loop();
+    DWORD takeId();  // under lock_
 
     std::function<void()> tick_;
     std::mutex lock_;

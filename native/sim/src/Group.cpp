@@ -380,71 +380,157 @@ HRESULT Group::Write(DWORD dwCount, OPCHANDLE* phServer, VARIANT* pItemValues, H
 
 // ---- Callbacks ------------------------------------------------------------------------------------
 
-void Group::deliverData(DWORD transaction, std::vector<Sample>& samples, bool readComplete) {
-    const DWORD n = DWORD(samples.size());
-    std::vector<OPCHANDLE> handles(n);
-    std::vector<VARIANT> values(n);
-    std::vector<WORD> qualities(n);
-    std::vector<FILETIME> stamps(n);
-    std::vector<HRESULT> errors(n);
+void Group::Batch::add(const Sample& sample) {
+    handles.push_back(sample.clientHandle);
+    values.push_back(sample.value);
+    qualities.push_back(sample.quality);
+    stamps.push_back(sample.stamp);
+    errors.push_back(sample.error);
+}
+
+void Group::Batch::clear() {
+    for (VARIANT& value : values) VariantClear(&value);
+    handles.clear();
+    values.clear();
+    qualities.clear();
+    stamps.clear();
+    errors.clear();
+}
+
+std::chrono::steady_clock::duration Group::deliverData(DWORD transaction, const Batch& batch, bool readComplete) {
+    const DWORD n = batch.size();
     HRESULT masterQuality = S_OK, masterError = S_OK;
     for (DWORD i = 0; i < n; ++i) {
-        handles[i] = samples[i].clientHandle;
-        values[i] = samples[i].value;
-        qualities[i] = samples[i].quality;
-        stamps[i] = samples[i].stamp;
-        errors[i] = samples[i].error;
-        if ((qualities[i] & OPC_QUALITY_MASK) != OPC_QUALITY_GOOD) masterQuality = S_FALSE;
-        if (errors[i] != S_OK) masterError = S_FALSE;
+        if ((batch.qualities[i] & OPC_QUALITY_MASK) != OPC_QUALITY_GOOD) masterQuality = S_FALSE;
+        if (batch.errors[i] != S_OK) masterError = S_FALSE;
     }
+    // The sinks receive the arrays as [in] parameters: they neither keep nor change them.
+    auto* handles = const_cast<OPCHANDLE*>(batch.handles.data());
+    auto* values = const_cast<VARIANT*>(batch.values.data());
+    auto* qualities = const_cast<WORD*>(batch.qualities.data());
+    auto* stamps = const_cast<FILETIME*>(batch.stamps.data());
+    auto* errors = const_cast<HRESULT*>(batch.errors.data());
     const OPCHANDLE group = clientGroup();
-    for (auto& sink : callbacks_->sinks<IOPCDataCallback>()) {
+    const auto sinks = callbacks_->sinks<IOPCDataCallback>();
+    const auto started = std::chrono::steady_clock::now();
+    for (auto& sink : sinks) {
         if (readComplete) {
-            sink->OnReadComplete(transaction, group, masterQuality, masterError, n, handles.data(),
-                                 values.data(), qualities.data(), stamps.data(), errors.data());
+            countCallback(Callback::ReadComplete);
+            sink->OnReadComplete(transaction, group, masterQuality, masterError, n, handles, values, qualities,
+                                 stamps, errors);
         } else {
-            sink->OnDataChange(transaction, group, masterQuality, masterError, n, handles.data(), values.data(),
-                               qualities.data(), stamps.data(), errors.data());
+            countCallback(Callback::DataChange);
+            sink->OnDataChange(transaction, group, masterQuality, masterError, n, handles, values, qualities, stamps,
+                               errors);
         }
     }
-    for (Sample& sample : samples) VariantClear(&sample.value);
+    const auto inSinks = std::chrono::steady_clock::now() - started;
     std::lock_guard<std::mutex> guard(core_->lock);
     core_->lastUpdate = now();
+    return inSinks;
+}
+
+void Group::collectChanges(Batch& batch) {
+    AddressSpace& space = AddressSpace::instance();
+    const bool itemErrors = anyItemErrors();
+    const unsigned generation = everyTickGeneration();
+    std::vector<WString> prefixes;
+    bool prefixesFetched = false;
+    bool anyEveryTick = false;
+
+    // Items whose value changes at every update are not compared; they are counted on first.
+    for (Item& item : items_) {
+        if (item.everyTickGeneration != generation) {
+            if (!prefixesFetched) {
+                prefixes = everyTickPrefixes();
+                prefixesFetched = true;
+            }
+            item.everyTick = !prefixes.empty() && matchesAnyPrefix(item.def->id, prefixes);
+            item.everyTickGeneration = generation;
+        }
+        anyEveryTick = anyEveryTick || item.everyTick;
+    }
+    auto readable = [](const Item& item) { return item.live && item.active && (item.def->access & OPC_READABLE); };
+
+    if (anyEveryTick) {
+        const FILETIME stamp = now();
+        auto changing = space.exclusive();
+        for (Item& item : items_) {
+            if (!item.everyTick || !readable(item)) continue;
+            Sample sample;
+            VariantInit(&sample.value);
+            sample.clientHandle = item.clientHandle;
+            sample.stamp = stamp;
+            sample.error = itemErrors ? itemError(item.def->id) : S_OK;
+            if (sample.error == S_OK) {
+                sample.error = space.advance(*item.def, item.requested, stamp, &sample.value, &sample.quality);
+            }
+            if (FAILED(sample.error)) sample.quality = OPC_QUALITY_BAD;
+            item.sent = true;
+            batch.add(sample);
+        }
+    }
+
+    for (Item& item : items_) {
+        if (item.everyTick || !readable(item)) continue;
+        Sample sample;
+        VariantInit(&sample.value);
+        sample.clientHandle = item.clientHandle;
+        space.snapshot(*item.def, &scratch_, &sample.stamp, &sample.quality);
+        if (item.sent && item.lastQuality == sample.quality && sameCells(item.lastCells, scratch_)) continue;
+        sample.error = itemErrors ? itemError(item.def->id) : S_OK;
+        if (sample.error == S_OK) sample.error = AddressSpace::toVariant(*item.def, scratch_, item.requested, &sample.value);
+        if (FAILED(sample.error)) sample.quality = OPC_QUALITY_BAD;
+        item.sent = true;
+        item.lastCells.swap(scratch_);  // the old storage becomes the next scratch
+        item.lastQuality = sample.quality;
+        batch.add(sample);
+    }
 }
 
 void Group::tick() {
     if (!enabled_ || !groupActive() || callbacks_->empty()) return;
-    const auto nowTime = std::chrono::steady_clock::now();
-    if (nowTime < nextUpdate_) return;
+    const auto started = std::chrono::steady_clock::now();
+    if (started < nextUpdate_) return;
     DWORD rate;
     {
         std::lock_guard<std::mutex> guard(stateLock_);
         rate = state_.rate;
     }
-    nextUpdate_ = nowTime + std::chrono::milliseconds(rate);
+    nextUpdate_ = started + std::chrono::milliseconds(rate);
 
-    std::vector<Sample> samples;
     {
         std::unique_lock<std::shared_mutex> guard(itemsLock_);
-        AddressSpace& space = AddressSpace::instance();
-        for (Item& item : items_) {
-            if (!item.live || !item.active || !(item.def->access & OPC_READABLE)) continue;
-            std::vector<Cell> cells;
-            Sample sample;
-            VariantInit(&sample.value);
-            sample.clientHandle = item.clientHandle;
-            space.snapshot(*item.def, &cells, &sample.stamp, &sample.quality);
-            if (item.sent && item.lastQuality == sample.quality && sameCells(item.lastCells, cells)) continue;
-            sample.error = anyItemErrors() ? itemError(item.def->id) : S_OK;
-            if (sample.error == S_OK) sample.error = AddressSpace::toVariant(*item.def, cells, item.requested, &sample.value);
-            if (FAILED(sample.error)) sample.quality = OPC_QUALITY_BAD;
-            item.sent = true;
-            item.lastCells = std::move(cells);
-            item.lastQuality = sample.quality;
-            samples.push_back(sample);
+        collectChanges(tickBatch_);
+    }
+    if (tickBatch_.size() == 0) return;
+    const auto inSinks = deliverData(0, tickBatch_, false);
+    tickBatch_.clear();
+    const auto spent = std::chrono::steady_clock::now() - started - inSinks;
+    recordTickMicros(std::chrono::duration<double, std::micro>(spent).count());
+}
+
+int Group::sendWriteComplete(DWORD transaction, HRESULT masterError, const std::vector<WString>& itemIds,
+                             HRESULT itemError) {
+    std::vector<OPCHANDLE> clients;
+    {
+        std::shared_lock<std::shared_mutex> guard(itemsLock_);
+        for (const WString& id : itemIds) {
+            for (const Item& item : items_) {
+                if (item.live && item.def->id == id) clients.push_back(item.clientHandle);
+            }
         }
     }
-    if (!samples.empty()) deliverData(0, samples, false);
+    if (clients.empty()) return 0;
+    std::vector<HRESULT> errors(clients.size(), itemError);
+    const OPCHANDLE group = clientGroup();
+    int called = 0;
+    for (auto& sink : callbacks_->sinks<IOPCDataCallback>()) {
+        countCallback(Callback::WriteComplete);
+        sink->OnWriteComplete(transaction, group, masterError, DWORD(clients.size()), clients.data(), errors.data());
+        ++called;
+    }
+    return called;
 }
 
 // ---- IOPCAsyncIO2 ---------------------------------------------------------------------------------
@@ -455,16 +541,25 @@ OPCHANDLE Group::clientGroup() const {
 }
 
 DWORD Group::postRequest(DWORD transaction, std::function<void(Group*)> run) {
-    auto keep = std::make_shared<ComPtr<Group>>(ComPtr<Group>::borrow(this));
-    std::lock_guard<std::mutex> guard(core_->lock);
-    if (core_->engine == nullptr) return 0;
-    return core_->engine->post([keep, run] { run(keep->get()); },
-                               [keep, transaction] {
-                                   const OPCHANDLE group = (*keep)->clientGroup();
-                                   for (auto& sink : (*keep)->callbacks_->sinks<IOPCDataCallback>()) {
-                                       sink->OnCancelComplete(transaction, group);
-                                   }
-                               });
+    DWORD id = 0;
+    {
+        std::lock_guard<std::mutex> guard(core_->lock);
+        if (core_->engine == nullptr) return 0;
+        if (!g_inlineCompletion) {
+            auto keep = std::make_shared<ComPtr<Group>>(ComPtr<Group>::borrow(this));
+            return core_->engine->post([keep, run] { run(keep->get()); },
+                                       [keep, transaction] {
+                                           const OPCHANDLE group = (*keep)->clientGroup();
+                                           for (auto& sink : (*keep)->callbacks_->sinks<IOPCDataCallback>()) {
+                                               countCallback(Callback::CancelComplete);
+                                               sink->OnCancelComplete(transaction, group);
+                                           }
+                                       });
+        }
+        id = core_->engine->reserveId();
+    }
+    run(this);  // completes on the caller's thread, before the caller's method returns
+    return id;
 }
 
 HRESULT Group::Read(DWORD dwCount, OPCHANDLE* phServer, DWORD dwTransactionID, DWORD* pdwCancelID,
@@ -495,7 +590,7 @@ HRESULT Group::Read(DWORD dwCount, OPCHANDLE* phServer, DWORD dwTransactionID, D
     const HRESULT result = accepted.size() == dwCount ? S_OK : S_FALSE;
     if (!accepted.empty()) {
         *pdwCancelID = postRequest(dwTransactionID, [accepted, dwTransactionID](Group* group) {
-            std::vector<Sample> samples;
+            Batch batch;
             const bool active = group->groupActive();
             std::shared_lock<std::shared_mutex> items(group->itemsLock_);
             for (OPCHANDLE h : accepted) {
@@ -503,10 +598,10 @@ HRESULT Group::Read(DWORD dwCount, OPCHANDLE* phServer, DWORD dwTransactionID, D
                 VariantInit(&sample.value);
                 const Item& item = group->items_[h - 1];
                 sample.error = item.live ? group->readItem(item, OPC_DS_DEVICE, active, &sample) : OPC_E_INVALIDHANDLE;
-                samples.push_back(sample);
+                batch.add(sample);
             }
             items.unlock();
-            group->deliverData(dwTransactionID, samples, true);
+            group->deliverData(dwTransactionID, batch, true);
         });
         if (*pdwCancelID == 0) {
             CoTaskMemFree(errs);
@@ -573,6 +668,7 @@ HRESULT Group::Write(DWORD dwCount, OPCHANDLE* phServer, VARIANT* pItemValues, D
             }
             const OPCHANDLE clientGroup = group->clientGroup();
             for (auto& sink : group->callbacks_->sinks<IOPCDataCallback>()) {
+                countCallback(Callback::WriteComplete);
                 sink->OnWriteComplete(dwTransactionID, clientGroup, master, n, clients.data(), errors.data());
             }
         });
@@ -600,7 +696,7 @@ HRESULT Group::Refresh2(OPCDATASOURCE dwSource, DWORD dwTransactionID, DWORD* pd
         if (std::none_of(items_.begin(), items_.end(), [](const Item& i) { return i.live && i.active; })) return E_FAIL;
     }
     *pdwCancelID = postRequest(dwTransactionID, [dwSource, dwTransactionID](Group* group) {
-        std::vector<Sample> samples;
+        Batch batch;
         const bool active = group->groupActive();
         {
             std::shared_lock<std::shared_mutex> items(group->itemsLock_);
@@ -609,10 +705,10 @@ HRESULT Group::Refresh2(OPCDATASOURCE dwSource, DWORD dwTransactionID, DWORD* pd
                 Sample sample;
                 VariantInit(&sample.value);
                 sample.error = group->readItem(item, dwSource, active, &sample);
-                samples.push_back(sample);
+                batch.add(sample);
             }
         }
-        if (!samples.empty()) group->deliverData(dwTransactionID, samples, false);
+        if (batch.size() != 0) group->deliverData(dwTransactionID, batch, false);
     });
     if (*pdwCancelID == 0) return E_FAIL;
     return S_OK;

@@ -39,6 +39,10 @@ public:
     WString name() const;
     // The periodic subscription check, on the engine thread.
     void tick();
+    // Calls OnWriteComplete on every data callback when the group holds any of the items (their
+    // client handles in the order of `itemIds`, each with `itemError`); the number of sinks called.
+    int sendWriteComplete(DWORD transaction, HRESULT masterError, const std::vector<WString>& itemIds,
+                          HRESULT itemError);
 
     // IOPCItemMgt
     HRESULT STDMETHODCALLTYPE AddItems(DWORD dwCount, OPCITEMDEF* pItemArray, OPCITEMRESULT** ppAddResults,
@@ -95,6 +99,9 @@ private:
         bool sent = false;
         std::vector<Cell> lastCells;
         WORD lastQuality = 0;
+        // Whether the value changes at every update, as of the prefix generation `everyTickGeneration`.
+        bool everyTick = false;
+        unsigned everyTickGeneration = 0;
     };
     // One item's value as a read delivers it.
     struct Sample {
@@ -103,6 +110,25 @@ private:
         WORD quality = OPC_QUALITY_BAD;
         FILETIME stamp{};
         HRESULT error = S_OK;
+    };
+    // The arrays of one OnDataChange or OnReadComplete call. Kept between subscription updates so
+    // that an update allocates nothing but the values themselves.
+    struct Batch {
+        std::vector<OPCHANDLE> handles;
+        std::vector<VARIANT> values;
+        std::vector<WORD> qualities;
+        std::vector<FILETIME> stamps;
+        std::vector<HRESULT> errors;
+
+        Batch() = default;
+        Batch(const Batch&) = delete;
+        Batch& operator=(const Batch&) = delete;
+        ~Batch() { clear(); }
+        // Takes over the sample's value.
+        void add(const Sample& sample);
+        // Clears the values and empties the arrays, keeping their storage.
+        void clear();
+        DWORD size() const { return DWORD(handles.size()); }
     };
 
     HRESULT defineItems(const char* method, DWORD count, OPCITEMDEF* defs, bool add, OPCITEMRESULT** results,
@@ -113,7 +139,11 @@ private:
     // Reads one item into `sample` (value initialised); the per-item HRESULT.
     HRESULT readItem(const Item& item, OPCDATASOURCE source, bool groupActive, Sample* sample);
     HRESULT writeItem(const Item& item, const VARIANT& value);
-    void deliverData(DWORD transaction, std::vector<Sample>& samples, bool readComplete);
+    // Calls OnDataChange (or OnReadComplete) with the batch on every connected sink; the time spent
+    // inside the sinks.
+    std::chrono::steady_clock::duration deliverData(DWORD transaction, const Batch& batch, bool readComplete);
+    // Adds the subscription's samples of this update to the batch; under the items lock.
+    void collectChanges(Batch& batch);
     OPCHANDLE clientGroup() const;
     // Queues an asynchronous request on the server's thread (a cancel completes it with
     // OnCancelComplete); its cancel id, or 0 when the server is gone.
@@ -128,7 +158,10 @@ private:
     mutable std::shared_mutex itemsLock_;
     std::vector<Item> items_;  // server handle = index + 1
     std::shared_ptr<Connections> callbacks_ = std::make_shared<Connections>(IID_IOPCDataCallback);
+    // Engine thread only: the subscription's next update, its batch and a scratch value.
     std::chrono::steady_clock::time_point nextUpdate_{};
+    Batch tickBatch_;
+    std::vector<Cell> scratch_;
 };
 
 }  // namespace sim

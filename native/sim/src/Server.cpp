@@ -396,43 +396,73 @@ HRESULT Server::Logoff() {
     return S_OK;
 }
 
-int shutdownAll(const WCHAR* reason) {
+namespace {
+
+// Runs `work` once for every live server, on that server's own thread, and waits for each; the sum
+// of what the runs return.
+int onEveryServerThread(const std::function<int(ServerCore& core, Connections& shutdownSinks)>& work) {
     std::vector<ShutdownPoint> points;
     {
         ShutdownRegistry& registry = shutdownRegistry();
         std::lock_guard<std::mutex> guard(registry.lock);
         points = registry.points;
     }
-    // Each server calls its sinks on its own thread; this waits until they have been called.
-    const std::shared_ptr<const WString> text = reason ? std::make_shared<const WString>(reason) : nullptr;
-    int called = 0;
+    int total = 0;
     for (const ShutdownPoint& point : points) {
         auto sinks = point.sinks.lock();
         auto core = point.core.lock();
         if (!sinks || !core) continue;
         auto done = std::make_shared<std::promise<int>>();
         std::future<int> result = done->get_future();
+        bool here = false;
         {
             std::lock_guard<std::mutex> guard(core->lock);
             if (core->engine == nullptr) continue;
-            core->engine->post(
-                [sinks, text, done] {
-                    int n = 0;
-                    for (auto& sink : sinks->sinks<IOPCShutdown>()) {
-                        sink->ShutdownRequest(text ? text->c_str() : nullptr);
-                        ++n;
-                    }
-                    done->set_value(n);
-                },
-                [done] { done->set_value(0); });
+            here = core->engine->onThread();  // called from one of this server's own callbacks
+            if (!here) {
+                core->engine->post([sinks, core, done, &work] { done->set_value(work(*core, *sinks)); },
+                                   [done] { done->set_value(0); });
+            }
+        }
+        if (here) {
+            total += work(*core, *sinks);
+            continue;
         }
         try {
-            called += result.get();
+            total += result.get();
         } catch (const std::future_error&) {
             // the server went away before its thread ran the request
         }
     }
-    return called;
+    return total;
+}
+
+}  // namespace
+
+int shutdownAll(const WCHAR* reason) {
+    const WString text = reason ? WString(reason) : WString();
+    return onEveryServerThread([&](ServerCore&, Connections& shutdownSinks) {
+        int called = 0;
+        for (auto& sink : shutdownSinks.sinks<IOPCShutdown>()) {
+            countCallback(Callback::ShutdownRequest);
+            sink->ShutdownRequest(reason ? text.c_str() : nullptr);
+            ++called;
+        }
+        return called;
+    });
+}
+
+int writeCompleteAll(DWORD transaction, HRESULT masterError, const std::vector<WString>& itemIds, HRESULT itemError) {
+    return onEveryServerThread([&](ServerCore& core, Connections&) {
+        std::vector<ComPtr<Group>> groups;
+        {
+            std::lock_guard<std::mutex> guard(core.lock);
+            for (auto& entry : core.groups) groups.push_back(ComPtr<Group>::borrow(entry.second));
+        }
+        int called = 0;
+        for (auto& group : groups) called += group->sendWriteComplete(transaction, masterError, itemIds, itemError);
+        return called;
+    });
 }
 
 }  // namespace sim

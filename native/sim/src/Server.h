@@ -8,6 +8,7 @@
 #include "Engine.h"
 
 #include <map>
+#include <vector>
 #include <memory>
 #include <mutex>
 
@@ -113,5 +114,9 @@ private:
 
 // Calls ShutdownRequest on every sink connected to a live server; the number of sinks called.
 int shutdownAll(const WCHAR* reason);
+
+// Calls OnWriteComplete on every data callback of every group of a live server that holds any of the
+// items: the client handles of those items, each with `itemError`. The number of sinks called.
+int writeCompleteAll(DWORD transaction, HRESULT masterError, const std::vector<WString>& itemIds, HRESULT itemError);
 
 }  // namespace sim

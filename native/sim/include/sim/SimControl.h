@@ -9,7 +9,8 @@
 // IOPCSecurityPrivate (one account: user "operator", password "secret"). Group interfaces:
 // IOPCItemMgt, IOPCGroupStateMgt, IOPCSyncIO, IOPCAsyncIO2, IConnectionPointContainer
 // (IOPCDataCallback). Update rates are granted in steps of 10 ms, at least 10 ms. Data changes,
-// asynchronous completions and shutdown requests reach the client on the server's own thread.
+// asynchronous completions and shutdown requests reach the client on the server's own thread
+// (asynchronous completions on the caller's thread under SimSetInlineCompletion).
 //
 // The module also serves the server-list class (CLSID_OpcServerList, IOPCServerList2 and
 // IOPCServerList) over the registry of the host, registering it only where the host has none.
@@ -101,9 +102,42 @@ void SimSetAsyncDelay(int milliseconds);
 // 0 (the default) answers at once.
 void SimSetBrowsePortion(int elements);
 
-// Clears failures, item errors, null results, the call record, the asynchronous delay and the
-// browse portion, and
-// restores every item value.
+// While on, IOPCAsyncIO2::Read, Write and Refresh2 complete on the calling thread before they return
+// (OnReadComplete, OnWriteComplete or OnDataChange called inline, as an in-process server may do),
+// whatever the asynchronous delay; their cancel ids are valid but Cancel2 finds nothing left to
+// cancel. Off by default: completions run on the server's thread.
+void SimSetInlineCompletion(int on);
+
+// Sends IOPCDataCallback::OnWriteComplete(transactionId, group's client handle, masterError, ...) on
+// the server's thread to every data callback of every group (of a live server) that holds any of
+// the items, given as a comma-separated list of item ids: the client handles of the group's items
+// with those ids, in the order of the list, each with itemError. Waits until the calls are done;
+// returns the number of sinks called.
+int SimSendWriteComplete(DWORD transactionId, HRESULT masterError, const char* itemIds, HRESULT itemError);
+
+// While on, every item whose id starts with the prefix (e.g. "Bench.R8.") gets a new value at every
+// update of every group that holds it, so that each OnDataChange of a group carries all of its
+// active such items. Integers count up (wrapping within their type), reals count up by 1, booleans
+// toggle, texts become "<initial text>#<count>"; reads see the new values. Several prefixes may be
+// on at once; off removes the one prefix.
+void SimSetChangeEveryTick(const char* prefix, int on);
+
+// Microseconds that the server spent on the last subscription update it sent (collecting the
+// values and building the OnDataChange arrays, and clearing them afterwards), excluding the time
+// inside the callbacks; 0 until an update was sent.
+double SimLastTickMicros();
+
+// Live connection-point connections by sink kind: "datacallback", "shutdown"; nullptr counts all.
+long SimConnections(const char* kind);
+
+// Calls that the server made to client sinks since the last reset, by method: "OnDataChange",
+// "OnReadComplete", "OnWriteComplete", "OnCancelComplete", "ShutdownRequest" (one per sink called).
+// A call is counted just before it is made.
+long SimCallbacksMade(const char* method);
+
+// Clears failures, item errors, null results, the call record, the asynchronous delay, the browse
+// portion, inline completion, the items changing at every update, the last update's time and the
+// callback counts, and restores every item value. Live objects and connections are not touched.
 void SimReset();
 
 }  // extern "C"
