@@ -142,3 +142,91 @@ JNIEXPORT void JNICALL Java_com_velmora_opc_testsupport_SimControl_reset(JNIEnv*
 }
 
 }  // extern "C"
+
+// The controls of callbacks and subscriptions, bound on first use from the module that open() bound.
+namespace {
+
+struct CallbackApi {
+    void (*setInlineCompletion)(int) = nullptr;
+    int (*sendWriteComplete)(unsigned, HRESULT, const char*, HRESULT) = nullptr;
+    void (*setChangeEveryTick)(const char*, int) = nullptr;
+    double (*lastTickMicros)() = nullptr;
+    long (*connections)(const char*) = nullptr;
+    long (*callbacksMade)(const char*) = nullptr;
+};
+
+const CallbackApi* bindCallbackApi() {
+    Dl_info info{};
+    if (dladdr(reinterpret_cast<void*>(api.reset), &info) == 0 || info.dli_fname == nullptr) return nullptr;
+    void* module = dlopen(info.dli_fname, RTLD_NOW | RTLD_NOLOAD);  // the loaded module, one more reference
+    if (module == nullptr) return nullptr;
+    static CallbackApi bound;
+    const bool all = bind(module, "SimSetInlineCompletion", bound.setInlineCompletion) &&
+                     bind(module, "SimSendWriteComplete", bound.sendWriteComplete) &&
+                     bind(module, "SimSetChangeEveryTick", bound.setChangeEveryTick) &&
+                     bind(module, "SimLastTickMicros", bound.lastTickMicros) &&
+                     bind(module, "SimConnections", bound.connections) &&
+                     bind(module, "SimCallbacksMade", bound.callbacksMade);
+    return all ? &bound : nullptr;
+}
+
+// The bound functions, or null with IllegalStateException pending.
+const CallbackApi* callbackApi(JNIEnv* env) {
+    if (!ready(env)) return nullptr;
+    static const CallbackApi* const bound = bindCallbackApi();
+    if (bound == nullptr) {
+        jclass cls = env->FindClass("java/lang/IllegalStateException");
+        if (cls != nullptr) env->ThrowNew(cls, "the simulation module lacks the callback controls");
+    }
+    return bound;
+}
+
+}  // namespace
+
+extern "C" {
+
+JNIEXPORT void JNICALL Java_com_velmora_opc_testsupport_SimControl_setInlineCompletion(JNIEnv* env, jclass,
+                                                                                     jboolean on) {
+    if (const CallbackApi* f = callbackApi(env)) f->setInlineCompletion(on ? 1 : 0);
+}
+
+JNIEXPORT jint JNICALL Java_com_velmora_opc_testsupport_SimControl_sendWriteComplete(JNIEnv* env, jclass,
+                                                                                   jint transactionId,
+                                                                                   jint masterError,
+                                                                                   jstring itemIds,
+                                                                                   jint itemError) {
+    const CallbackApi* f = callbackApi(env);
+    if (f == nullptr) return 0;
+    Utf ids(env, itemIds);
+    return f->sendWriteComplete(static_cast<unsigned>(transactionId), masterError, ids.get(), itemError);
+}
+
+JNIEXPORT void JNICALL Java_com_velmora_opc_testsupport_SimControl_setChangeEveryTick(JNIEnv* env, jclass,
+                                                                                    jstring prefix, jboolean on) {
+    const CallbackApi* f = callbackApi(env);
+    if (f == nullptr) return;
+    Utf p(env, prefix);
+    f->setChangeEveryTick(p.get(), on ? 1 : 0);
+}
+
+JNIEXPORT jdouble JNICALL Java_com_velmora_opc_testsupport_SimControl_lastTickMicros(JNIEnv* env, jclass) {
+    const CallbackApi* f = callbackApi(env);
+    return f ? f->lastTickMicros() : 0;
+}
+
+JNIEXPORT jlong JNICALL Java_com_velmora_opc_testsupport_SimControl_connections(JNIEnv* env, jclass, jstring kind) {
+    const CallbackApi* f = callbackApi(env);
+    if (f == nullptr) return 0;
+    Utf k(env, kind);
+    return f->connections(k.get());
+}
+
+JNIEXPORT jlong JNICALL Java_com_velmora_opc_testsupport_SimControl_callbacksMade(JNIEnv* env, jclass,
+                                                                               jstring method) {
+    const CallbackApi* f = callbackApi(env);
+    if (f == nullptr) return 0;
+    Utf m(env, method);
+    return f->callbacksMade(m.get());
+}
+
+}  // extern "C"

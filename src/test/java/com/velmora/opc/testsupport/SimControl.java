@@ -58,4 +58,32 @@ public final class SimControl {
 
     /** Clears failures, item errors, null results, calls and the asynchronous delay, and restores every item value. */
     public static native void reset();
+
+    /**
+     * While on, asynchronous reads, writes and refreshes complete on the calling thread before the
+     * server's method returns (OnReadComplete, OnWriteComplete, OnDataChange inline); off by default.
+     */
+    public static native void setInlineCompletion(boolean on);
+
+    /**
+     * Sends OnWriteComplete on the server's thread to every data callback of every group holding any
+     * of the items (comma-separated ids): their client handles, each with itemError. Returns, after
+     * the calls are done, the number of callbacks called.
+     */
+    public static native int sendWriteComplete(int transactionId, int masterError, String itemIds, int itemError);
+
+    /** While on, every item whose id starts with the prefix (e.g. "Bench.R8.") changes at every update of every group. */
+    public static native void setChangeEveryTick(String prefix, boolean on);
+
+    /** Microseconds the server spent on its last subscription update, without the time inside the callbacks. */
+    public static native double lastTickMicros();
+
+    /** Live connection-point connections: "datacallback", "shutdown", or null for all. */
+    public static native long connections(String kind);
+
+    /**
+     * Calls the server made to client callbacks since the last reset, by method: "OnDataChange",
+     * "OnReadComplete", "OnWriteComplete", "OnCancelComplete", "ShutdownRequest".
+     */
+    public static native long callbacksMade(String method);
 }
