@@ -237,6 +237,17 @@ class OpcClientTest {
     }
 
     @Test
+    void theServerNamesItsErrorCodes() {
+        try (OpcServer server = client.connect(SimControl.PROG_ID)) {
+            String text = server.errorText(OPC_E_UNKNOWNITEMID);
+            assertNotNull(text);
+            assertFalse(text.isBlank());
+            HresultException unknown = assertThrows(HresultException.class, () -> server.errorText(0x80001234));
+            assertEquals("IOPCCommon::GetErrorString", unknown.getOperation());
+        }
+    }
+
+    @Test
     void groupStateIsReadAndChangedKeepingTheRest() {
         try (OpcServer server = client.connect(SimControl.PROG_ID); Group group = server.addGroup("state", 1000)) {
             GroupState before;
