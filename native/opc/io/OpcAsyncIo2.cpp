@@ -1,6 +1,7 @@
 // Natives of com.velmora.opc.jni.client.da.OpcAsyncIo2: subscriptions, refresh, asynchronous reads, cancels.
 #include "com_velmora_opc_jni_client_da_OpcAsyncIo2.h"
 
+#include "ArrayWrite.h"
 #include "CallbackImpl.h"
 #include "ComPtr.h"
 #include "Frame.h"
@@ -23,6 +24,8 @@ constexpr env::Frame kReadAsync{env::kUnexpectedNative, "OpcAsyncIo2::readAsync"
                                 OLESTR("Exit OpcAsyncIo2.readAsync")};
 constexpr env::Frame kCancel2{env::kUnexpectedNative, "OpcAsyncIo2::cancel2", OLESTR("Enter OpcAsyncIo2.cancel2"),
                               OLESTR("Exit OpcAsyncIo2.cancel2")};
+constexpr env::Frame kWriteAsync{env::kUnexpectedNative, "OpcAsyncIo2::writeAsync", OLESTR("Enter OpcAsyncIo2.WriteAsync"),
+                                 OLESTR("Exit OpcAsyncIo2.writeAsync")};
 
 // The group's IOPCDataCallback connection point, reached from its IOPCAsyncIO2 handle.
 bool findDataCallbackPoint(JNIEnv* env, jlong asyncIo, const OLECHAR* containerText, ComPtr<IConnectionPoint>& point) {
@@ -148,6 +151,12 @@ jint cancel2(JNIEnv* env, jlong asyncIo, jintArray first, jintArray second) {
     return 0;
 }
 
+jint writeAsync(JNIEnv* env, jlong asyncIo, jint count, jint transactionId, jintArray serverHandles,
+                jintArray dataTypes, jobjectArray values, jobject writeListener) {
+    return OpcEnv::write(env, OpcEnv::fromHandle<IOPCAsyncIO2>(asyncIo), false, count, transactionId, serverHandles,
+                         dataTypes, values, writeListener);
+}
+
 }  // namespace
 
 extern "C" JNIEXPORT jlong JNICALL Java_com_velmora_opc_jni_client_da_OpcAsyncIo2_advise(JNIEnv* env, jclass,
@@ -175,4 +184,12 @@ extern "C" JNIEXPORT jint JNICALL Java_com_velmora_opc_jni_client_da_OpcAsyncIo2
                                                                                        jlong asyncIo, jintArray first,
                                                                                        jintArray second) {
     return env::framed<jint>(env, kCancel2, -1, [&] { return cancel2(env, asyncIo, first, second); });
+}
+
+extern "C" JNIEXPORT jint JNICALL Java_com_velmora_opc_jni_client_da_OpcAsyncIo2_writeAsync(
+    JNIEnv* env, jclass, jlong asyncIo, jint count, jint transactionId, jintArray serverHandles, jintArray dataTypes,
+    jobjectArray values, jobject writeListener) {
+    return env::framed<jint>(env, kWriteAsync, -1, [&] {
+        return writeAsync(env, asyncIo, count, transactionId, serverHandles, dataTypes, values, writeListener);
+    });
 }

@@ -1,0 +1,149 @@
+#include "ValueParsing.h"
+
+#include <cstdint>
+#include <limits>
+#include <locale>
+#include <sstream>
+
+#include "Owned.h"
+
+namespace opc {
+
+namespace {
+
+// One number of type T read from the start of a token the way a classic-locale stream reads it:
+// leading blanks skipped, reading stops at the first character that cannot continue the number.
+template <typename T>
+bool extract(const std::string& token, T& value) {
+    std::istringstream in(token);
+    in.imbue(std::locale::classic());
+    in >> value;
+    return !in.fail();
+}
+
+// Element i from token i, read as Read and stored as Element; a value above limit fails.
+template <typename Element, typename Read = Element>
+bool putNumbers(SAFEARRAY* array, const std::vector<std::string>& tokens,
+                Read limit = std::numeric_limits<Read>::max()) {
+    for (LONG i = 0; i < static_cast<LONG>(tokens.size()); ++i) {
+        Read read{};
+        if (!extract(tokens[static_cast<size_t>(i)], read) || read > limit) return false;
+        Element element = static_cast<Element>(read);
+        SafeArrayPutElement(array, &i, &element);
+    }
+    return true;
+}
+
+void putBooleans(SAFEARRAY* array, const std::vector<std::string>& tokens) {
+    for (LONG i = 0; i < static_cast<LONG>(tokens.size()); ++i) {
+        VARIANT_BOOL element = tokens[static_cast<size_t>(i)] == "true" ? VARIANT_TRUE : VARIANT_FALSE;
+        SafeArrayPutElement(array, &i, &element);
+    }
+}
+
+// A BSTR of the token's bytes read in the narrow (ANSI) code page, or null when none can be made.
+support::Bstr widen(const std::string& token) {
+    const int bytes = static_cast<int>(token.size());
+    const int length = bytes == 0 ? 0 : MultiByteToWideChar(CP_ACP, 0, token.data(), bytes, nullptr, 0);
+    if (bytes != 0 && length == 0) return support::Bstr{};
+    support::Bstr text(SysAllocStringLen(nullptr, static_cast<UINT>(length)));
+    if (text && length > 0) MultiByteToWideChar(CP_ACP, 0, token.data(), bytes, text.get(), length);
+    return text;
+}
+
+void putStrings(SAFEARRAY* array, const std::vector<std::string>& tokens) {
+    for (LONG i = 0; i < static_cast<LONG>(tokens.size()); ++i) {
+        const support::Bstr element = widen(tokens[static_cast<size_t>(i)]);
+        if (element) SafeArrayPutElement(array, &i, element.get());  // the array keeps a copy
+    }
+}
+
+bool putElements(SAFEARRAY* array, VARTYPE element, const std::vector<std::string>& tokens) {
+    switch (element) {
+        case VT_BSTR: putStrings(array, tokens); return true;
+        case VT_BOOL: putBooleans(array, tokens); return true;
+        case VT_I2: return putNumbers<SHORT, std::int16_t>(array, tokens);
+        case VT_I4: return putNumbers<LONG, std::int32_t>(array, tokens);
+        case VT_R4: return putNumbers<FLOAT, float>(array, tokens);
+        case VT_R8: return putNumbers<DOUBLE, double>(array, tokens);
+        case VT_UI1: return putNumbers<BYTE, std::uint32_t>(array, tokens, 255u);
+        case VT_UI2: return putNumbers<USHORT, std::uint16_t>(array, tokens);
+        case VT_UI4: return putNumbers<ULONG, std::uint32_t>(array, tokens);
+        default: return false;
+    }
+}
+
+// The nine array types, each with the text logged when its array cannot be created.
+struct ArrayKind {
+    VARTYPE type;
+    const OLECHAR* cannotCreate;
+};
+
+constexpr ArrayKind kArrayKinds[] = {
+    {VT_ARRAY | VT_BSTR, OLESTR("OpcEnv::Cannot create safearray of BSTR")},
+    {VT_ARRAY | VT_I2, OLESTR("OpcEnv::Cannot create Integer safearray")},
+    {VT_ARRAY | VT_I4, OLESTR("OpcEnv::Cannot create Long safearray")},
+    {VT_ARRAY | VT_R4, OLESTR("OpcEnv::Cannot create real4 safearray")},
+    {VT_ARRAY | VT_R8, OLESTR("OpcEnv::Cannot create real8 safearray")},
+    {VT_ARRAY | VT_BOOL, OLESTR("OpcEnv::Cannot create boolean safearray")},
+    {VT_ARRAY | VT_UI1, OLESTR("OpcEnv::Cannot create byte safearray")},
+    {VT_ARRAY | VT_UI2, OLESTR("OpcEnv::Cannot create UShort safearray")},
+    {VT_ARRAY | VT_UI4, OLESTR("OpcEnv::Cannot create ULong safearray")},
+};
+
+const ArrayKind* arrayKind(VARTYPE type) noexcept {
+    for (const ArrayKind& kind : kArrayKinds)
+        if (kind.type == type) return &kind;
+    return nullptr;
+}
+
+}  // namespace
+
+ArrayParse parseArray(const std::string& text, VARTYPE type, VARIANT& out) {
+    if (arrayKind(type) == nullptr) return ArrayParse::NoConversion;
+    std::vector<std::string> tokens;
+    const size_t count = OpcEnv::split(text, tokens, ',', true);
+    const VARTYPE element = static_cast<VARTYPE>(type & ~VT_ARRAY);
+    SAFEARRAYBOUND bound{static_cast<ULONG>(count), 0};
+    support::SafeArray array(SafeArrayCreate(element, 1, &bound));
+    if (!array) return ArrayParse::CannotCreate;
+    if (!putElements(array.get(), element, tokens)) return ArrayParse::BadToken;
+    out.vt = type;
+    out.parray = array.release();
+    return ArrayParse::Converted;
+}
+
+namespace OpcEnv {
+
+size_t split(const std::string& text, std::vector<std::string>& tokens, char delimiter, bool keepEmpty) {
+    size_t count = 0;
+    size_t start = 0;
+    for (size_t position = 0; position < text.size(); ++position) {
+        if (text[position] != delimiter) continue;
+        if (keepEmpty || position > start) {
+            tokens.push_back(text.substr(start, position - start));
+            ++count;
+        }
+        start = position + 1;
+    }
+    if (keepEmpty || text.size() > start) {
+        tokens.push_back(text.substr(start));
+        ++count;
+    }
+    return count;
+}
+
+void toVariant(JNIEnv* env, VARIANT& out, VARTYPE type, jstring value) {
+    const WideString wide = newWideString(env, value);
+    if (type == VT_BSTR) {
+        out.vt = VT_BSTR;
+        out.bstrVal = SysAllocString(wide.get());  // a null text gives a null BSTR, read as ""
+        return;
+    }
+    if (!wide) return;
+    if (parseArray(toNarrowString(WideText(wide.get())), type, out) == ArrayParse::CannotCreate)
+        logTrace(env, arrayKind(type)->cannotCreate);
+}
+
+}  // namespace OpcEnv
+}  // namespace opc
