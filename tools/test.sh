@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Every test: native unit tests, the export check, the Windows cross-build with its tests under Wine,
-# and the Java suite under -Xcheck:jni.
+# and the Java suite under -Xcheck:jni on the machine's JDK 17 and, where present, a newer JDK.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash tools/build.sh
@@ -12,3 +12,8 @@ echo "== windows cross-build"
 bash tools/cross-build.sh
 echo "== java tests"
 bash tools/java-test.sh
+newer=$(ls -d /usr/lib/jvm/temurin-*-jdk* 2>/dev/null | sort -V | tail -n 1 || true)
+if [ -n "$newer" ] && [ -x "$newer/bin/java" ]; then
+    echo "== java tests on $(basename "$newer")"
+    JAVA_HOME="$newer" bash tools/java-test.sh
+fi
