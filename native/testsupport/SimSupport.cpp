@@ -230,3 +230,31 @@ JNIEXPORT jlong JNICALL Java_com_velmora_opc_testsupport_SimControl_callbacksMad
 }
 
 }  // extern "C"
+
+// The size of IOPCBrowse::Browse answers, bound on first use from the module that open() bound.
+namespace {
+
+using SetBrowsePortion = void (*)(int);
+
+SetBrowsePortion bindBrowsePortion() {
+    Dl_info info{};
+    if (dladdr(reinterpret_cast<void*>(api.reset), &info) == 0 || info.dli_fname == nullptr) return nullptr;
+    void* module = dlopen(info.dli_fname, RTLD_NOW | RTLD_NOLOAD);
+    if (module == nullptr) return nullptr;
+    SetBrowsePortion bound = nullptr;
+    return bind(module, "SimSetBrowsePortion", bound) ? bound : nullptr;
+}
+
+}  // namespace
+
+extern "C" JNIEXPORT void JNICALL Java_com_velmora_opc_testsupport_SimControl_setBrowsePortion(JNIEnv* env, jclass,
+                                                                                              jint elements) {
+    if (!ready(env)) return;
+    static const SetBrowsePortion bound = bindBrowsePortion();
+    if (bound != nullptr) {
+        bound(elements);
+        return;
+    }
+    jclass cls = env->FindClass("java/lang/IllegalStateException");
+    if (cls != nullptr) env->ThrowNew(cls, "the simulation module lacks the browse portion control");
+}

@@ -86,4 +86,10 @@ public final class SimControl {
      * "OnReadComplete", "OnWriteComplete", "OnCancelComplete", "ShutdownRequest".
      */
     public static native long callbacksMade(String method);
+
+    /**
+     * Answers IOPCBrowse::Browse with at most this many elements per call, with a continuation point
+     * while more remain; 0 (the default, restored by reset) answers at once.
+     */
+    public static native void setBrowsePortion(int elements);
 }
