@@ -23,7 +23,7 @@ final class Table {
                 line.append(row[c]);
                 if (c < row.length - 1) line.append(" ".repeat(widths[c] - row[c].length() + 2));
             }
-            out.println(line);
+            out.println(line.toString().stripTrailing());
         }
     }
 }
