@@ -56,7 +56,7 @@ TEST_F(SimTest, InlineCompletionRunsRequestsOnTheCallerBeforeTheyReturn) {
     auto* sink = new Sink();
     // A client that calls the group again from inside a completion must not find it locked.
     const auto caller = std::this_thread::get_id();
-    sink->onCall = [&](const std::string& kind) {
+    sink->onCall = [caller, &sync, &h](const std::string& kind) {
         if (std::this_thread::get_id() != caller || kind == "cancel") return;
         VARIANT v = i4(kind == "write" ? 11 : 12);
         OPCHANDLE first = h[0];
@@ -110,7 +110,6 @@ TEST_F(SimTest, InlineCompletionRunsRequestsOnTheCallerBeforeTheyReturn) {
     EXPECT_NE(caller, later.thread);
 
     EXPECT_EQ(S_OK, point->Unadvise(cookie));
-    sink->onCall = nullptr;
     sink->Release();
 }
 
@@ -123,6 +122,18 @@ TEST_F(SimTest, WriteCompletionsOnDemandReachTheGroupsHoldingTheItems) {
     const auto h2 = addItems(g2.get(), {"Simulation.Static.I4", "Simulation.Static.BOOL"});
     addItems(g3.get(), {"Simulation.Static.BOOL"});
     Sink* sinks[] = {new Sink(), new Sink(), new Sink(), new Sink()};
+    // Armed later: asks for write completions from inside a callback on the server's own thread,
+    // where the request must run at once instead of waiting for that thread.
+    struct Inside {
+        std::atomic<bool> armed{false};
+        std::atomic<int> called{-1};
+    };
+    auto inside = std::make_shared<Inside>();
+    sinks[3]->onCall = [inside](const std::string& kind) {
+        if (kind == "data" && inside->armed.exchange(false)) {
+            inside->called = SimSendWriteComplete(14, S_OK, "Simulation.Static.BOOL", S_OK);
+        }
+    };
     IOPCItemMgt* groups[] = {g1.get(), g1.get(), g2.get(), g3.get()};
     ComPtr<IConnectionPoint> points[4];
     DWORD cookies[4];
@@ -156,12 +167,7 @@ TEST_F(SimTest, WriteCompletionsOnDemandReachTheGroupsHoldingTheItems) {
     EXPECT_EQ(0, SimSendWriteComplete(13, S_OK, nullptr, S_OK));
     EXPECT_EQ(5, SimCallbacksMade("OnWriteComplete"));
 
-    // Asked from inside a callback on the server's own thread, it runs there instead of waiting for itself.
-    std::atomic<int> fromInside{-1};
-    std::atomic<bool> asked{false};
-    sinks[3]->onCall = [&](const std::string& kind) {
-        if (kind == "data" && !asked.exchange(true)) fromInside = SimSendWriteComplete(14, S_OK, "Simulation.Static.BOOL", S_OK);
-    };
+    inside->armed = true;
     OPCHANDLE again = 1;  // BOOL in G3: switching it off and on sends its value again
     auto state = as<IOPCItemMgt>(g3.get(), IID_IOPCItemMgt);
     ASSERT_EQ(S_OK, state->SetActiveState(1, &again, FALSE, &errors));
@@ -171,11 +177,12 @@ TEST_F(SimTest, WriteCompletionsOnDemandReachTheGroupsHoldingTheItems) {
     Sink::Call call;
     ASSERT_TRUE(sinks[3]->waitFor("write", &call));
     EXPECT_EQ(14u, call.transaction);
-    EXPECT_EQ(2, fromInside.load());  // G2's and G3's sinks
+    const auto deadline = std::chrono::steady_clock::now() + 5s;  // the count comes after the calls
+    while (inside->called == -1 && std::chrono::steady_clock::now() < deadline) std::this_thread::sleep_for(1ms);
+    EXPECT_EQ(2, inside->called.load());  // G2's and G3's sinks
 
     for (int i = 0; i < 4; ++i) {
         EXPECT_EQ(S_OK, points[i]->Unadvise(cookies[i]));
-        sinks[i]->onCall = nullptr;
         sinks[i]->Release();
     }
 }
@@ -307,6 +314,11 @@ TEST_F(SimTest, ConnectionsAreCountedWhileTheyLiveAndCallbacksUntilReset) {
     ASSERT_TRUE(SUCCEEDED(server->RemoveGroup(second, FALSE)));
     g2.reset();
     p2.reset();
+    // An update under way on the server's thread may hold the group a moment longer.
+    const auto deadline = std::chrono::steady_clock::now() + 2s;
+    while (SimConnections("datacallback") != 0 && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(1ms);
+    }
     EXPECT_EQ(0, SimConnections("datacallback"));
     io.reset();
     g1.reset();
