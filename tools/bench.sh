@@ -23,7 +23,7 @@ if ! mvn -B -q -DskipTests test-compile >target/bench-compile.log 2>&1; then
     classes=target/bench-classes
     rm -rf "$classes"
     javac --release 17 -nowarn -d "$classes" $(find src/main/java -name '*.java') \
-        $(ls src/test/java/com/velmora/opc/bench/*.java | grep -v 'Test\.java$')
+        $(ls src/bench/java/com/velmora/opc/bench/*.java)
 fi
 
 java=java

@@ -5,7 +5,7 @@ import java.util.Map;
 
 /** Live object counts of the simulation server, when it is built. */
 final class SimCounts {
-    private static final String[] KINDS = {"server", "group", "enum", "connectionpoint", "factory"};
+    private static final String[] KINDS = {"server", "group", "enum", "connectionpoint", "factory", "serverlist"};
 
     private SimCounts() {}
 
