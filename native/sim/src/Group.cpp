@@ -438,7 +438,8 @@ void Group::collectChanges(Batch& batch) {
     bool prefixesFetched = false;
     bool anyEveryTick = false;
 
-    // Items whose value changes at every update are not compared; they are counted on first.
+    // Which items change at every update, refreshed whenever the prefixes changed. Those items go
+    // first, all under one lock of the address space, and are never compared with what was sent.
     for (Item& item : items_) {
         if (item.everyTickGeneration != generation) {
             if (!prefixesFetched) {
