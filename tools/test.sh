@@ -6,10 +6,10 @@ cd "$(dirname "$0")/.."
 bash tools/build.sh
 echo "== native tests"
 ctest --test-dir build/native --output-on-failure -j 2
-echo "== exports"
-bash tools/check-exports.sh build/native/lib/libopc.so
 echo "== windows cross-build"
 bash tools/cross-build.sh
+echo "== exports: all natives, nothing else"
+bash tools/check-exports.sh --all build/native/lib/libopc.so build/windows/bin/opc.dll
 echo "== java tests"
 bash tools/java-test.sh
 newer=$(ls -d /usr/lib/jvm/temurin-*-jdk* 2>/dev/null | sort -V | tail -n 1 || true)
