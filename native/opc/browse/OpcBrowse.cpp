@@ -6,6 +6,7 @@
 #include "JniRefs.h"
 #include "OpcEnv.h"
 #include "Owned.h"
+#include "Receivers.h"
 
 using namespace opc;
 
@@ -88,16 +89,10 @@ void browse(JNIEnv* env, jlong browser, jstring itemId, jobject elements) {
         OpcEnv::logTrace(env, OLESTR("OpcBrowse::browse-Incoming elements array is null"));
         return;
     }
-    const env::LocalRef<jclass> cls(env, env->GetObjectClass(elements));
-    if (!cls) {
-        OpcEnv::logTrace(env, OLESTR("OpcBrowse::browse-Incoming elements -class is null"));
-        return;
-    }
-    const jmethodID add = env->GetMethodID(cls.get(), "add", "(Ljava/lang/String;Ljava/lang/String;ZZIZZ)V");
-    if (add == nullptr) {
-        OpcEnv::logTrace(env, OLESTR("OpcBrowse::browse- elements -add method is null"));
-        return;
-    }
+    const jmethodID add = env::receiverMethod(env, elements, "add", "(Ljava/lang/String;Ljava/lang/String;ZZIZZ)V",
+                                              OpcEnv::logTrace, OLESTR("OpcBrowse::browse-Incoming elements -class is null"),
+                                              OLESTR("OpcBrowse::browse- elements -add method is null"));
+    if (add == nullptr) return;
     if (itemId == nullptr) {
         OpcEnv::logTrace(env, OLESTR("OpcBrowse::browse-ID is null"));
         return;

@@ -4,6 +4,7 @@
 #include "JniRefs.h"
 #include "OpcEnv.h"
 #include "Owned.h"
+#include "Receivers.h"
 
 namespace opc::browse::OpcBrowseAddressSpace {
 
@@ -44,14 +45,8 @@ jmethodID addMethod(JNIEnv* env, jobject elements, const CheckTexts& texts) {
         OpcEnv::logTrace(env, texts.nullElements);
         return nullptr;
     }
-    const env::LocalRef<jclass> cls(env, env->GetObjectClass(elements));
-    if (!cls) {
-        OpcEnv::logTrace(env, texts.noClass);
-        return nullptr;
-    }
-    const jmethodID add = env->GetMethodID(cls.get(), "add", "(Ljava/lang/String;Ljava/lang/String;)V");
-    if (add == nullptr) OpcEnv::logTrace(env, texts.noAdd);
-    return add;
+    return env::receiverMethod(env, elements, "add", "(Ljava/lang/String;Ljava/lang/String;)V", OpcEnv::logTrace,
+                               texts.noClass, texts.noAdd);
 }
 
 HRESULT browseItemIds(IOPCBrowseServerAddressSpace* space, OPCBROWSETYPE browseType, ComPtr<IEnumString>& names) {

@@ -9,6 +9,7 @@
 #include "JniRefs.h"
 #include "Owned.h"
 #include "ValueParsing.h"
+#include "Receivers.h"
 
 namespace opc::OpcEnv {
 
@@ -129,16 +130,10 @@ jint write(JNIEnv* env, IUnknown* io, bool synchronous, jint count, jint transac
         // An OutOfMemoryError from the error array is what Java sees; the listener is not called with it pending.
         if (env->ExceptionCheck()) return result;
 
-        const env::LocalRef<jclass> cls(env, writeListener != nullptr ? env->GetObjectClass(writeListener) : nullptr);
-        if (!cls) {
-            logError(env, OLESTR("OpcEnv::write - jclass object clazz is null"));
-            return result;
-        }
-        const jmethodID onReturnWrite = env->GetMethodID(cls.get(), "OnReturnWrite", "(ZIIII[I[I)V");
-        if (onReturnWrite == nullptr) {
-            logError(env, OLESTR("OpcEnv::write - jni method ids are null"));
-            return result;
-        }
+        const jmethodID onReturnWrite = env::receiverMethod(
+            env, writeListener, "OnReturnWrite", "(ZIIII[I[I)V", logError,
+            OLESTR("OpcEnv::write - jclass object clazz is null"), OLESTR("OpcEnv::write - jni method ids are null"));
+        if (onReturnWrite == nullptr) return result;
         env->CallVoidMethod(writeListener, onReturnWrite, synchronous ? JNI_TRUE : JNI_FALSE, static_cast<jint>(result),
                             count, transactionId, static_cast<jint>(cancelId), serverHandles, itemErrors.get());
     } catch (...) {

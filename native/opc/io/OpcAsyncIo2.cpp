@@ -8,6 +8,7 @@
 #include "JniRefs.h"
 #include "OpcEnv.h"
 #include "Owned.h"
+#include "Receivers.h"
 
 using namespace opc;
 using support::ComPtr;
@@ -114,16 +115,11 @@ void readAsync(JNIEnv* env, jlong asyncIo, jint count, jint transactionId, jintA
             else
                 env->SetIntArrayRegion(itemErrors.get(), 0, count, reinterpret_cast<const jint*>(errors.get()));
         }
-        env::LocalRef<jclass> cls(env, listener != nullptr ? env->GetObjectClass(listener) : nullptr);
-        if (!cls) {
-            OpcEnv::logError(env, OLESTR("OpcAsyncIO2::readAsync - jclass object clazz is null"));
-            return;
-        }
-        const jmethodID onReturnRead = env->GetMethodID(cls.get(), "OnReturnRead", "(IIII[I[I)V");
-        if (onReturnRead == nullptr) {
-            OpcEnv::logError(env, OLESTR("OpcAsyncIO2::readAsync - jni method ids are null"));
-            return;
-        }
+        const jmethodID onReturnRead = env::receiverMethod(
+            env, listener, "OnReturnRead", "(IIII[I[I)V", OpcEnv::logError,
+            OLESTR("OpcAsyncIO2::readAsync - jclass object clazz is null"),
+            OLESTR("OpcAsyncIO2::readAsync - jni method ids are null"));
+        if (onReturnRead == nullptr) return;
         env->CallVoidMethod(listener, onReturnRead, static_cast<jint>(hr), count, transactionId,
                             static_cast<jint>(cancelId), serverHandles, itemErrors.get());
     } catch (...) {

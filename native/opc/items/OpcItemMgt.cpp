@@ -7,6 +7,7 @@
 #include "JniRefs.h"
 #include "OpcEnv.h"
 #include "Owned.h"
+#include "Receivers.h"
 
 using namespace opc;
 
@@ -103,16 +104,9 @@ void deliverResults(JNIEnv* env, jobjectArray itemIds, jobject collector, ItemRe
         OpcEnv::logError(env, texts.nullResults);
         return;
     }
-    env::LocalRef<jclass> cls(env, env->GetObjectClass(collector));
-    if (!cls) {
-        OpcEnv::logError(env, texts.noClass);
-        return;
-    }
-    const jmethodID addResult = env->GetMethodID(cls.get(), "addResult", "(Ljava/lang/String;IIII)V");
-    if (addResult == nullptr) {
-        OpcEnv::logError(env, texts.noMethod);
-        return;
-    }
+    const jmethodID addResult = env::receiverMethod(env, collector, "addResult", "(Ljava/lang/String;IIII)V",
+                                                    OpcEnv::logError, texts.noClass, texts.noMethod);
+    if (addResult == nullptr) return;
     env::DeferredException deferred(env);
     for (DWORD i = 0; i < out.count; ++i) {
         OPCITEMRESULT& result = out.results[i];

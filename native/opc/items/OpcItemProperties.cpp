@@ -6,6 +6,7 @@
 #include "JniRefs.h"
 #include "OpcEnv.h"
 #include "Owned.h"
+#include "Receivers.h"
 
 using namespace opc;
 
@@ -66,16 +67,11 @@ void queryAvailableProperties(JNIEnv* env, jlong itemProps, jstring itemId, jobj
         OpcEnv::logError(env, OLESTR("OpcItemProperties::QueryAvailableProperties->datatypes is null"));
         return;
     }
-    env::LocalRef<jclass> cls(env, env->GetObjectClass(result));
-    if (!cls) {
-        OpcEnv::logError(env, OLESTR("OpcItemProperties::QueryAvailableProperties->class is null"));
-        return;
-    }
-    const jmethodID addProperty = env->GetMethodID(cls.get(), "addProperty", "(ILjava/lang/String;I)V");
-    if (addProperty == nullptr) {
-        OpcEnv::logError(env, OLESTR("OpcItemProperties::QueryAvailableProperties->Method is null"));
-        return;
-    }
+    const jmethodID addProperty = env::receiverMethod(
+        env, result, "addProperty", "(ILjava/lang/String;I)V", OpcEnv::logError,
+        OLESTR("OpcItemProperties::QueryAvailableProperties->class is null"),
+        OLESTR("OpcItemProperties::QueryAvailableProperties->Method is null"));
+    if (addProperty == nullptr) return;
     env::DeferredException deferred(env);
     for (DWORD i = 0; i < list.count; ++i) {
         // Entries without a description or without a type are not properties the caller can read.

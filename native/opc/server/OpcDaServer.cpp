@@ -5,6 +5,7 @@
 #include "Frame.h"
 #include "JniRefs.h"
 #include "OpcEnv.h"
+#include "RemoteActivation.h"
 
 using namespace opc;
 using support::ComPtr;
@@ -77,16 +78,7 @@ jlong createRemoteServer(JNIEnv* env, jstring clsidText, jstring host) {
     if (host == nullptr) return 0;
 
     ComPtr<IClassFactory> factory;
-    HRESULT hr;
-    {
-        WideString hostName = OpcEnv::newWideString(env, host);
-        COSERVERINFO info{};
-        info.dwReserved1 = 0;
-        info.pwszName = hostName.get();
-        info.pAuthInfo = nullptr;
-        info.dwReserved2 = 0;
-        hr = CoGetClassObject(clsid, CLSCTX_REMOTE_SERVER, &info, IID_IClassFactory, factory.putVoid());
-    }
+    const HRESULT hr = server::remoteClassFactory(env, clsid, host, factory);
     if (!OpcEnv::check(env, hr, OLESTR("CoGetClassObject"))) return 0;
     return createFromFactory(env, std::move(factory));
 }

@@ -9,6 +9,7 @@
 #include "JniRefs.h"
 #include "OpcEnv.h"
 #include "Owned.h"
+#include "RemoteActivation.h"
 
 using namespace opc;
 using support::ComPtr;
@@ -55,16 +56,7 @@ OpcServerList::OpcServerList(JNIEnv* env, jstring host, jstring category) {
         return;
     }
     ComPtr<IClassFactory> factory;
-    HRESULT hr;
-    {
-        WideString hostName = OpcEnv::newWideString(env, host);
-        COSERVERINFO info{};
-        info.dwReserved1 = 0;
-        info.pwszName = hostName.get();
-        info.pAuthInfo = nullptr;
-        info.dwReserved2 = 0;
-        hr = CoGetClassObject(CLSID_OpcServerList, CLSCTX_REMOTE_SERVER, &info, IID_IClassFactory, factory.putVoid());
-    }
+    HRESULT hr = server::remoteClassFactory(env, CLSID_OpcServerList, host, factory);
     if (!OpcEnv::check(env, hr, OLESTR("CoGetClassObject"))) {
         OpcEnv::logError(env, OLESTR("OpcServerList2 Failed to get class factory for IOPCServerList2"));
         return;
