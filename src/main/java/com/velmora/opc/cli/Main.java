@@ -12,6 +12,7 @@ import com.velmora.opc.client.ItemValue;
 import com.velmora.opc.client.OpcClient;
 import com.velmora.opc.client.OpcServer;
 import com.velmora.opc.client.ServerStatus;
+import com.velmora.opc.client.ShutdownRegistration;
 import com.velmora.opc.client.Subscription;
 import com.velmora.opc.client.VarTypes;
 import com.velmora.opc.jni.HresultException;
@@ -20,7 +21,9 @@ import java.io.PrintStream;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.concurrent.BlockingQueue;
+import java.util.concurrent.CountDownLatch;
 import java.util.concurrent.LinkedBlockingQueue;
+import java.util.concurrent.TimeUnit;
 import java.util.logging.Level;
 import java.util.logging.Logger;
 
@@ -52,7 +55,8 @@ public final class Main {
             "  properties ITEM                        the properties the server offers for ITEM",
             "  read [--device|--cache] ITEM...        read items (from the cache by default)",
             "  watch [--rate MS] [--count N] ITEM...  print data changes as they come (rate default",
-            "                                         1000 ms; stops after N changes, else runs on)",
+            "                                         1000 ms; stops after N changes, else at Ctrl-C",
+            "                                         or when the server shuts down)",
             "  write ITEM VALUE [ITEM VALUE]...       write values (arrays as comma-separated text)",
             "options:",
             "  --server PROGID   ProgID or braced CLSID of the server (default " + DEFAULT_SERVER + ")",
@@ -62,9 +66,34 @@ public final class Main {
 
     private Main() {}
 
+    /** How long an interrupted run (Ctrl-C) may take to close its server connection. */
+    private static final long STOP_TIMEOUT_SECONDS = 10;
+
     public static void main(String[] args) {
-        int code = run(args, System.out, System.err);
-        System.out.flush();
+        // Ctrl-C interrupts the command, which closes what it opened; the process ends once it has.
+        Thread command = Thread.currentThread();
+        CountDownLatch finished = new CountDownLatch(1);
+        Thread stop = new Thread(() -> {
+            command.interrupt();
+            try {
+                finished.await(STOP_TIMEOUT_SECONDS, TimeUnit.SECONDS);
+            } catch (InterruptedException e) {
+                Thread.currentThread().interrupt();
+            }
+        }, "opc-stop");
+        Runtime.getRuntime().addShutdownHook(stop);
+        int code;
+        try {
+            code = run(args, System.out, System.err);
+        } finally {
+            System.out.flush();
+            finished.countDown();
+        }
+        try {
+            Runtime.getRuntime().removeShutdownHook(stop);
+        } catch (IllegalStateException e) {
+            // Already stopping: the hook ends the process.
+        }
         System.exit(code);
     }
 
@@ -86,7 +115,7 @@ public final class Main {
         try (OpcClient client = OpcClient.open()) {
             if (options.command.equals("servers")) return servers(client, options, out);
             try (OpcServer server = client.connect(options.server, options.host)) {
-                return run(server, options, out);
+                return run(server, options, out, err);
             }
         } catch (HresultException e) {
             err.println("opc: " + e.getOperation() + " failed: " + HresultException.describe(e.getHresult()));
@@ -100,13 +129,13 @@ public final class Main {
         return FAILED;
     }
 
-    private static int run(OpcServer server, Options options, PrintStream out) {
+    private static int run(OpcServer server, Options options, PrintStream out, PrintStream err) {
         return switch (options.command) {
             case "status" -> status(server, options, out);
             case "browse" -> browse(server, options, out);
             case "properties" -> properties(server, options, out);
             case "read" -> read(server, options, out);
-            case "watch" -> watch(server, options, out);
+            case "watch" -> watch(server, options, out, err);
             case "write" -> write(server, options, out);
             default -> throw new IllegalStateException(options.command);
         };
@@ -198,10 +227,16 @@ public final class Main {
         return values.stream().anyMatch(ItemValue::isFailed) ? FAILED : OK;
     }
 
-    private static int watch(OpcServer server, Options options, PrintStream out) {
+    /** Stands in the queue of changes for the server's shutdown request. */
+    private static final ItemValue SHUTDOWN = new ItemValue(null, null, 0, null, 0);
+
+    @SuppressWarnings("try") // the subscription is only opened and closed
+    private static int watch(OpcServer server, Options options, PrintStream out, PrintStream err) {
         BlockingQueue<ItemValue> changes = new LinkedBlockingQueue<>();
         boolean anyFailed = false;
-        try (Group group = server.addGroup("opc-cli", options.rate)) {
+        boolean interrupted = false;
+        try (ShutdownRegistration shutdown = server.onShutdown(() -> changes.add(SHUTDOWN));
+                Group group = server.addGroup("opc-cli", options.rate)) {
             List<Item> items = group.addItems(options.items.toArray(String[]::new));
             int width = Math.max(4, items.stream().mapToInt(i -> i.itemId().length()).max().orElse(0));
             int valueWidth = Math.max(24, items.stream().filter(i -> !i.isValid())
@@ -212,23 +247,33 @@ public final class Main {
                 if (item.isValid()) continue;
                 anyFailed = true;
                 ItemValue failed = new ItemValue(item.itemId(), null, 0, null, item.error());
-                out.println(options.json ? Json.item(failed)
-                        : String.format(row, item.itemId(), "error " + item.errorText(), "bad", "-"));
+                out.println(options.json ? Json.item(failed) : watchRow(row, failed));
             }
             if (items.stream().noneMatch(Item::isValid)) return FAILED;
             try (Subscription subscription = group.subscribe(changes::add)) {
                 for (long seen = 0; options.count == 0 || seen < options.count; seen++) {
                     ItemValue v = changes.take();
-                    out.println(options.json ? Json.item(v) : String.format(row, v.itemId(),
-                            v.isFailed() ? "error " + v.errorText() : v.value() == null ? "(no value)" : v.valueText(),
-                            v.isFailed() ? "bad" : v.qualityText(), time(v.timestamp())));
+                    if (v == SHUTDOWN) {
+                        err.println("opc: the server asked its clients to disconnect; stopping");
+                        return FAILED;
+                    }
+                    out.println(options.json ? Json.item(v) : watchRow(row, v));
                     out.flush();
                 }
             } catch (InterruptedException e) {
-                Thread.currentThread().interrupt();
+                // Interrupted (Ctrl-C): the resources close before the interrupt is passed on.
+                interrupted = true;
             }
+        } finally {
+            if (interrupted) Thread.currentThread().interrupt();
         }
         return anyFailed ? FAILED : OK;
+    }
+
+    private static String watchRow(String row, ItemValue v) {
+        return String.format(row, v.itemId(),
+                v.isFailed() ? "error " + v.errorText() : v.value() == null ? "(no value)" : v.valueText(),
+                v.isFailed() ? "bad" : v.qualityText(), time(v.timestamp())).stripTrailing();
     }
 
     private static int write(OpcServer server, Options options, PrintStream out) {

@@ -203,10 +203,11 @@ public final class Group implements AutoCloseable {
     }
 
     /**
-     * Subscribes to the data changes of the group's active items at the group's update rate. The
-     * listener runs on the server's threads, concurrently with the caller.
+     * Subscribes a listener to the data changes of the group's active items at the group's update
+     * rate, and to the completions of the refreshes, reads and writes issued through the returned
+     * subscription. The listener runs on the server's threads, concurrently with the caller.
      */
-    public Subscription subscribe(java.util.function.Consumer<ItemValue> listener) {
+    public Subscription subscribe(SubscriptionListener listener) {
         ensureOpen();
         ComThreads.prepare();
         if (asyncIo == null) asyncIo = group.query(Iids.IOPC_ASYNC_IO2, "IOPCAsyncIO2");
@@ -215,6 +216,13 @@ public final class Group implements AutoCloseable {
             subscriptions.add(subscription);
         }
         return subscription;
+    }
+
+    /** Subscribes to the data changes only; see {@link #subscribe(SubscriptionListener)}. */
+    public Subscription subscribe(java.util.function.Consumer<ItemValue> listener) {
+        if (listener == null) throw new IllegalArgumentException("no listener");
+        if (listener instanceof SubscriptionListener full) return subscribe(full);
+        return subscribe((SubscriptionListener) listener::accept);
     }
 
     void forget(Subscription subscription) {
@@ -232,15 +240,20 @@ public final class Group implements AutoCloseable {
     public void close() {
         if (closed) return;
         closed = true;
-        try {
-            List<Subscription> open;
-            synchronized (subscriptions) {
-                open = new ArrayList<>(subscriptions);
-            }
-            for (Subscription subscription : open) subscription.close();
-        } finally {
-            releaseAndRemove();
+        List<Subscription> open;
+        synchronized (subscriptions) {
+            open = new ArrayList<>(subscriptions);
         }
+        RuntimeException failure = null;
+        for (Subscription subscription : open) {
+            try {
+                subscription.close();
+            } catch (RuntimeException e) {
+                if (failure == null) failure = e;
+            }
+        }
+        releaseAndRemove();
+        if (failure != null) throw failure;
     }
 
     private void releaseAndRemove() {

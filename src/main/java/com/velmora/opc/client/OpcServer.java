@@ -12,8 +12,8 @@ import java.util.List;
 import java.util.concurrent.atomic.AtomicReference;
 
 /**
- * A connection to one OPC Data Access server. Closing it closes the groups still open and then
- * gives up the server reference.
+ * A connection to one OPC Data Access server. Closing it disconnects its shutdown listeners, closes
+ * the groups still open and then gives up the server reference.
  */
 public final class OpcServer implements AutoCloseable {
     private final OpcClient client;
@@ -21,6 +21,7 @@ public final class OpcServer implements AutoCloseable {
     private final String name;
     private final String host;
     private final List<Group> groups = new ArrayList<>();
+    private final List<ShutdownRegistration> shutdownListeners = new ArrayList<>();
     private int nextGroupHandle = 1;
 
     OpcServer(OpcClient client, NativeHandle server, String name, String host) {
@@ -110,6 +111,27 @@ public final class OpcServer implements AutoCloseable {
         return group;
     }
 
+    /**
+     * Connects a listener to the server's shutdown notice: it runs once, on a server thread, when the
+     * server asks its clients to let go of it (the server's reason goes to the process's console). The
+     * listener should hand the work of closing to another thread rather than close the server itself.
+     * Closing the registration or the server disconnects it.
+     */
+    public ShutdownRegistration onShutdown(Runnable listener) {
+        ComThreads.prepare();
+        ShutdownRegistration registration = ShutdownRegistration.open(this, listener);
+        synchronized (shutdownListeners) {
+            shutdownListeners.add(registration);
+        }
+        return registration;
+    }
+
+    void forget(ShutdownRegistration registration) {
+        synchronized (shutdownListeners) {
+            shutdownListeners.remove(registration);
+        }
+    }
+
     long handle() {
         return server.get();
     }
@@ -122,14 +144,17 @@ public final class OpcServer implements AutoCloseable {
 
     @Override
     public void close() {
-        List<Group> open;
+        List<Runnable> closers = new ArrayList<>();
+        synchronized (shutdownListeners) {
+            shutdownListeners.forEach(r -> closers.add(r::close));
+        }
         synchronized (groups) {
-            open = new ArrayList<>(groups);
+            groups.forEach(g -> closers.add(g::close));
         }
         RuntimeException failure = null;
-        for (Group group : open) {
+        for (Runnable close : closers) {
             try {
-                group.close();
+                close.run();
             } catch (RuntimeException e) {
                 if (failure == null) failure = e;
             }

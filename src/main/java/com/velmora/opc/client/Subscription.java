@@ -1,21 +1,39 @@
 package com.velmora.opc.client;
 
+import com.velmora.opc.OpcEnv;
+import com.velmora.opc.OpcException;
+import com.velmora.opc.jni.HresultException;
 import com.velmora.opc.jni.client.da.DataCallback;
 import com.velmora.opc.jni.client.da.OpcAsyncIo2;
+import com.velmora.opc.jni.client.da.ReadListener;
+import com.velmora.opc.jni.client.da.WriteListener;
+import java.util.ArrayList;
+import java.util.Collections;
+import java.util.LinkedHashMap;
+import java.util.List;
 import java.util.Map;
 import java.util.concurrent.CountDownLatch;
-import java.util.concurrent.TimeUnit;
-import java.util.function.Consumer;
+import java.util.concurrent.atomic.AtomicInteger;
 
 /**
- * Data changes of a group's active items, delivered to a listener on the server's threads until
- * closed. Closing disconnects and waits briefly for the last callback to finish.
+ * A group's connection to a {@link SubscriptionListener}: data changes of the group's active items
+ * arrive at the group's update rate, and the completions of the refreshes, asynchronous reads and
+ * writes issued here arrive under their transaction ids. Closing disconnects and waits (bounded) for
+ * the server to let go of the callback, after which the listener hears nothing more. The requests
+ * are not safe for concurrent use; the listener runs on the server's threads.
  */
 public final class Subscription implements AutoCloseable {
+    private static final System.Logger LOG = System.getLogger(OpcEnv.LOGGER_NAME);
+    private static final int S_FALSE = 1;
+    private static final int E_FAIL = 0x80004005;
+    /** Set on a thread while it runs one of this class's listener calls. */
+    private static final ThreadLocal<Boolean> IN_CALLBACK = new ThreadLocal<>();
+
     private final Group group;
     private final long asyncIo;
     private final long cookie;
     private final Receiver receiver;
+    private final AtomicInteger lastTransaction = new AtomicInteger();
     private boolean closed;
 
     private Subscription(Group group, long asyncIo, long cookie, Receiver receiver) {
@@ -25,17 +43,119 @@ public final class Subscription implements AutoCloseable {
         this.receiver = receiver;
     }
 
-    static Subscription open(Group group, long asyncIo, Map<Integer, String> itemIds, Consumer<ItemValue> listener) {
+    static Subscription open(Group group, long asyncIo, Map<Integer, String> itemIds, SubscriptionListener listener) {
+        if (listener == null) throw new IllegalArgumentException("no listener");
         Receiver receiver = new Receiver(itemIds, listener);
         long cookie = OpcAsyncIo2.advise(asyncIo, receiver);
-        if (cookie == 0) throw new com.velmora.opc.OpcException("the group accepted no subscription");
+        if (cookie == 0) throw new OpcException("group " + group.name() + " accepted no subscription");
         return new Subscription(group, asyncIo, cookie, receiver);
+    }
+
+    /**
+     * Asks the server for the current values of all active items of the group; they arrive through
+     * {@link SubscriptionListener#onValue} like any data change. Raises HresultException when the
+     * server refuses (for instance when no item is active).
+     */
+    public void refresh(DataSource source) {
+        ensureOpen();
+        ComThreads.prepare();
+        OpcAsyncIo2.refresh(asyncIo, source == DataSource.CACHE);
+    }
+
+    /**
+     * Starts an asynchronous read of the items from the device; the values arrive through
+     * {@link SubscriptionListener#onReadComplete} under the returned transaction id. Raises
+     * HresultException when the server refuses the whole read.
+     */
+    public Transaction readAsync(List<Item> items) {
+        ensureOpen();
+        Map<String, Integer> rejected = new LinkedHashMap<>();
+        List<Item> sent = new ArrayList<>();
+        for (Item item : items) {
+            if (item.isValid()) {
+                sent.add(item);
+            } else {
+                rejected.put(item.itemId(), item.error());
+            }
+        }
+        int transactionId = nextTransactionId();
+        if (sent.isEmpty()) return new Transaction(transactionId, 0, rejected);
+        ComThreads.prepare();
+        int[] handles = sent.stream().mapToInt(Item::serverHandle).toArray();
+        Issued issued = new Issued();
+        OpcAsyncIo2.readAsync(asyncIo, handles.length, transactionId, handles, (ReadListener) issued::set);
+        return issued.transaction("IOPCAsyncIO2::Read", transactionId, sent, rejected);
+    }
+
+    /**
+     * Starts an asynchronous write of one value per item, each converted to the item's canonical type
+     * as {@link Group#write} does; the outcome arrives through {@link SubscriptionListener#onWriteComplete}
+     * under the returned transaction id. Raises HresultException when the server refuses the whole write.
+     */
+    public Transaction writeAsync(Map<Item, ?> values) {
+        ensureOpen();
+        Map<String, Integer> rejected = new LinkedHashMap<>();
+        List<Item> sent = new ArrayList<>();
+        List<String> texts = new ArrayList<>();
+        for (Map.Entry<Item, ?> entry : values.entrySet()) {
+            Item item = entry.getKey();
+            if (entry.getValue() == null) throw new IllegalArgumentException("no value to write to " + item.itemId());
+            int type = item.canonicalType();
+            String text = item.isValid() ? VarTypes.writeText(type, entry.getValue()) : null;
+            if (text == null) {
+                rejected.put(item.itemId(), !item.isValid() ? item.error()
+                        : VarTypes.isWritable(type) ? VarTypes.OPC_E_RANGE : VarTypes.OPC_E_BADTYPE);
+            } else {
+                sent.add(item);
+                texts.add(text);
+            }
+        }
+        int transactionId = nextTransactionId();
+        if (sent.isEmpty()) return new Transaction(transactionId, 0, rejected);
+        ComThreads.prepare();
+        int[] handles = sent.stream().mapToInt(Item::serverHandle).toArray();
+        int[] types = sent.stream().mapToInt(Item::canonicalType).toArray();
+        Issued issued = new Issued();
+        WriteListener listener = (synchronous, hr, count, id, cancelId, serverHandles, errors) ->
+                issued.set(hr, count, id, cancelId, serverHandles, errors);
+        OpcAsyncIo2.writeAsync(asyncIo, handles.length, transactionId, handles, types, texts.toArray(String[]::new),
+                listener);
+        return issued.transaction("IOPCAsyncIO2::Write", transactionId, sent, rejected);
+    }
+
+    /**
+     * Asks the server to cancel outstanding reads or writes by cancel id. The server may already have
+     * completed them; a cancelled one gets no completion.
+     */
+    public void cancel(int... cancelIds) {
+        ensureOpen();
+        if (cancelIds.length == 0) return;
+        ComThreads.prepare();
+        OpcAsyncIo2.cancel2(asyncIo, cancelIds.clone(), null);
+    }
+
+    public void cancel(Transaction transaction) {
+        cancel(transaction.cancelId());
     }
 
     public synchronized boolean isClosed() {
         return closed;
     }
 
+    /** Whether the server has let go of the callback object (after close, or when the group went). */
+    public boolean isDisconnected() {
+        return receiver.deleted.getCount() == 0;
+    }
+
+    /** How many times the server's callback object told of its end: 1 after a clean close. */
+    int deletionNotices() {
+        return receiver.deletions.get();
+    }
+
+    /**
+     * Disconnects; once the server has let go of the callback (waited for up to a few seconds, unless
+     * called from the listener itself), no further listener call follows. Later calls do nothing.
+     */
     @Override
     public void close() {
         synchronized (this) {
@@ -45,34 +165,80 @@ public final class Subscription implements AutoCloseable {
         try {
             ComThreads.prepare();
             OpcAsyncIo2.unadvise(asyncIo, cookie);
-            receiver.awaitDeleted();
+            // Inside a listener call the server cannot let go until that call has returned.
+            if (IN_CALLBACK.get() == null && !Waits.await(receiver.deleted, Waits.CLOSE_TIMEOUT_MILLIS)) {
+                LOG.log(System.Logger.Level.WARNING, "the server kept the callback of group " + group.name()
+                        + " after the subscription was closed");
+            }
         } finally {
             group.forget(this);
+        }
+    }
+
+    private int nextTransactionId() {
+        // 0 is the transaction id of refreshes.
+        int id = lastTransaction.incrementAndGet();
+        return id != 0 ? id : lastTransaction.incrementAndGet();
+    }
+
+    private synchronized void ensureOpen() {
+        if (closed) throw new IllegalStateException("the subscription of group " + group.name() + " is closed");
+    }
+
+    /** What the server answered when a read or write was issued; the answer comes on the calling thread. */
+    private static final class Issued {
+        private boolean answered;
+        private int hresult;
+        private int cancelId;
+        private int[] errors;
+
+        void set(int hr, int count, int transactionId, int cancel, int[] serverHandles, int[] itemErrors) {
+            answered = true;
+            hresult = hr;
+            cancelId = cancel;
+            errors = itemErrors;
+        }
+
+        Transaction transaction(String operation, int transactionId, List<Item> sent, Map<String, Integer> rejected) {
+            if (!answered) throw new OpcException(operation + " was not issued");
+            if (hresult < 0) throw new HresultException(hresult, operation);
+            if (hresult == S_FALSE) {
+                for (int i = 0; i < sent.size(); i++) {
+                    int error = errors == null ? E_FAIL : i < errors.length ? errors[i] : E_FAIL;
+                    if (error < 0) rejected.put(sent.get(i).itemId(), error);
+                }
+            }
+            return new Transaction(transactionId, cancelId, rejected);
         }
     }
 
     /** The Java side of the native callback object. */
     private static final class Receiver implements DataCallback {
         private final Map<Integer, String> itemIds;
-        private final Consumer<ItemValue> listener;
+        private final SubscriptionListener listener;
         private final CountDownLatch deleted = new CountDownLatch(1);
+        private final AtomicInteger deletions = new AtomicInteger();
 
-        Receiver(Map<Integer, String> itemIds, Consumer<ItemValue> listener) {
+        Receiver(Map<Integer, String> itemIds, SubscriptionListener listener) {
             this.itemIds = itemIds;
             this.listener = listener;
         }
 
-        private void deliver(int clientHandle, Object value, long timestamp, int quality, int error) {
-            listener.accept(new ItemValue(itemIds.get(clientHandle), value, quality, ServerStatus.time(timestamp),
-                    error));
+        private void call(Runnable listenerCall) {
+            Boolean outer = IN_CALLBACK.get();
+            IN_CALLBACK.set(Boolean.TRUE);
+            try {
+                listenerCall.run();
+            } catch (RuntimeException | Error e) {
+                LOG.log(System.Logger.Level.WARNING, "a subscription listener failed", e);
+            } finally {
+                if (outer == null) IN_CALLBACK.remove();
+            }
         }
 
-        void awaitDeleted() {
-            try {
-                deleted.await(5, TimeUnit.SECONDS);
-            } catch (InterruptedException e) {
-                Thread.currentThread().interrupt();
-            }
+        private void deliver(int clientHandle, Object value, long timestamp, int quality, int error) {
+            ItemValue v = new ItemValue(itemIds.get(clientHandle), value, quality, ServerStatus.time(timestamp), error);
+            call(() -> listener.onValue(v));
         }
 
         @Override
@@ -99,17 +265,28 @@ public final class Subscription implements AutoCloseable {
         public void OnReadCompleted(int transactionId, int masterQuality, int masterError, int count,
                 int[] clientHandles, int[] valueKinds, String[] values, int[] qualities, long[] timestamps,
                 int[] errors) {
-            // Asynchronous reads are not issued through a subscription.
+            List<ItemValue> read = new ArrayList<>(count);
+            for (int i = 0; i < count; i++) {
+                Object value = errors[i] < 0 ? null : VarTypes.fromKind(valueKinds[i], values[i]);
+                read.add(new ItemValue(itemIds.get(clientHandles[i]), value, qualities[i],
+                        ServerStatus.time(timestamps[i]), errors[i]));
+            }
+            List<ItemValue> all = Collections.unmodifiableList(read);
+            call(() -> listener.onReadComplete(transactionId, all));
         }
 
         @Override
         public void OnWriteCompleted(int transactionId, int groupHandle, int masterError, int count,
                 int[] clientHandles, int[] errors) {
-            // Asynchronous writes are not issued through a subscription.
+            Map<String, Integer> written = new LinkedHashMap<>();
+            for (int i = 0; i < count; i++) written.put(itemIds.get(clientHandles[i]), errors[i]);
+            Map<String, Integer> all = Collections.unmodifiableMap(written);
+            call(() -> listener.onWriteComplete(transactionId, all));
         }
 
         @Override
         public void asyncCallbackDeleted() {
+            deletions.incrementAndGet();
             deleted.countDown();
         }
     }

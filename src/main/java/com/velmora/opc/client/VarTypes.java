@@ -99,4 +99,65 @@ public final class VarTypes {
         }
         return text.toString();
     }
+
+    /** Whether values of the type can be written: numbers, booleans, strings and arrays. */
+    static boolean isWritable(int type) {
+        return isArray(type) || type == VT_BSTR || type == VT_BOOL || isNumeric(type);
+    }
+
+    /**
+     * A value as the text that the library converts to the type: numbers as Java writes a double,
+     * booleans as "true" or "false", arrays comma-separated. Null when the value does not convert or
+     * the type cannot be written.
+     */
+    static String writeText(int type, Object value) {
+        if (value == null) return null;
+        if (isArray(type)) return arrayText(value);
+        if (type == VT_BSTR) return String.valueOf(value);
+        if (type == VT_BOOL) {
+            Boolean flag = toBoolean(value);
+            return flag == null ? null : flag.toString();
+        }
+        if (isNumeric(type)) {
+            Double number = toDouble(value);
+            return number == null || number.isNaN() || number.isInfinite() ? null : number.toString();
+        }
+        return null;
+    }
+
+    /**
+     * The typed value of a read completion's item from its kind and text: a Double (kind 1), a
+     * Boolean (2), the text itself (3: strings and array texts), or null (4: not deliverable).
+     */
+    static Object fromKind(int kind, String text) {
+        switch (kind) {
+            case 1:
+                return parseNumber(text);
+            case 2:
+                return Boolean.valueOf("true".equals(text));
+            case 3:
+                return text;
+            default:
+                return null;
+        }
+    }
+
+    private static Double parseNumber(String text) {
+        if (text == null) return null;
+        String t = text.trim().toLowerCase(java.util.Locale.ROOT);
+        switch (t) {
+            case "inf", "+inf", "infinity":
+                return Double.POSITIVE_INFINITY;
+            case "-inf", "-infinity":
+                return Double.NEGATIVE_INFINITY;
+            case "nan", "-nan", "+nan":
+                return Double.NaN;
+            default:
+                try {
+                    return Double.valueOf(t);
+                } catch (NumberFormatException e) {
+                    return null;
+                }
+        }
+    }
 }
