@@ -9,9 +9,9 @@ import org.junit.jupiter.api.extension.BeforeEachCallback;
 import org.junit.jupiter.api.extension.ExtensionContext;
 
 /**
- * Records the substrate's live allocations and live COM objects before each test and fails the test
- * when they are not back to the same numbers after it: whatever a call allocated for its caller,
- * the caller freed.
+ * Records the substrate's live allocations, live COM objects and the simulation server's connections
+ * before each test and fails the test when they are not back to the same numbers after it: whatever a
+ * call allocated for its caller, the caller freed, and every callback it connected, it disconnected.
  */
 public final class LedgerCheck implements BeforeEachCallback, AfterEachCallback {
     private static final ExtensionContext.Namespace NS = ExtensionContext.Namespace.create(LedgerCheck.class);

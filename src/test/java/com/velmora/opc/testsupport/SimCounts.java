@@ -3,9 +3,10 @@ package com.velmora.opc.testsupport;
 import java.util.LinkedHashMap;
 import java.util.Map;
 
-/** Live object counts of the simulation server, when it is built. */
+/** Live object and connection counts of the simulation server, when it is built. */
 final class SimCounts {
     private static final String[] KINDS = {"server", "group", "enum", "connectionpoint", "factory", "serverlist"};
+    private static final String[] CONNECTIONS = {"datacallback", "shutdown"};
 
     private SimCounts() {}
 
@@ -13,6 +14,7 @@ final class SimCounts {
         Map<String, Long> counts = new LinkedHashMap<>();
         if (!SimControl.available()) return counts;
         for (String kind : KINDS) counts.put("simulation " + kind + " objects", SimControl.liveObjects(kind));
+        for (String kind : CONNECTIONS) counts.put("simulation " + kind + " connections", SimControl.connections(kind));
         return counts;
     }
 }
