@@ -10,6 +10,10 @@ import java.io.ByteArrayOutputStream;
 import java.io.PrintStream;
 import java.nio.charset.StandardCharsets;
 import java.util.List;
+import java.util.concurrent.ExecutorService;
+import java.util.concurrent.Executors;
+import java.util.concurrent.Future;
+import java.util.concurrent.TimeUnit;
 import org.junit.jupiter.api.BeforeEach;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.extension.ExtendWith;
@@ -50,14 +54,43 @@ class MainSimulationTest {
     }
 
     @Test
-    void watchPrintsTheRequestedNumberOfChanges() {
-        assertEquals(Main.OK, run("watch", "--rate", "50", "--count", "3", "Simulation.Ramp.I4"),
-                err.toString(StandardCharsets.UTF_8));
+    void watchPrintsTheRequestedNumberOfChangesInColumnsOrAsJsonLines() {
+        assertEquals(Main.FAILED, run("watch", "--rate", "50", "--count", "4", "Simulation.Ramp.I4", "Simulation.Sine.R8",
+                "No.Such.Item"), err.toString(StandardCharsets.UTF_8));
         List<String> lines = out.toString(StandardCharsets.UTF_8).lines().toList();
-        assertEquals(4, lines.size(), lines::toString);
+        assertEquals(6, lines.size(), lines::toString);
         assertTrue(lines.get(0).startsWith("ITEM"), lines.get(0));
-        assertTrue(lines.subList(1, 4).stream().allMatch(l -> l.startsWith("Simulation.Ramp.I4  ") && l.contains("good")),
-                lines::toString);
+        assertTrue(lines.get(1).startsWith("No.Such.Item ") && lines.get(1).contains("OPC_E_UNKNOWNITEMID"), lines.get(1));
+        int quality = lines.get(0).indexOf("QUALITY");
+        for (String line : lines.subList(2, 6)) {
+            assertTrue(line.startsWith("Simulation."), line);
+            assertTrue(line.startsWith("good", quality), line);
+        }
+
+        out.reset();
+        assertEquals(Main.OK, run("--json", "watch", "--rate", "50", "--count", "2", "Simulation.Ramp.I4"));
+        lines = out.toString(StandardCharsets.UTF_8).lines().toList();
+        assertEquals(2, lines.size(), lines::toString);
+        assertTrue(lines.stream().allMatch(l -> l.startsWith("{\"item\": \"Simulation.Ramp.I4\", \"value\": ")
+                && l.endsWith("\"error\": null}")), lines::toString);
+    }
+
+    @Test
+    void watchStopsWithANoticeWhenTheServerShutsDown() throws Exception {
+        ExecutorService runner = Executors.newSingleThreadExecutor();
+        try {
+            Future<Integer> watching = runner.submit(() -> run("watch", "--rate", "50", "Simulation.Ramp.I4"));
+            long deadline = System.nanoTime() + 5_000_000_000L;
+            while (out.toString(StandardCharsets.UTF_8).lines().count() < 2 && System.nanoTime() < deadline) {
+                Thread.sleep(10);
+            }
+            assertEquals(1, SimControl.shutdown("maintenance"));
+            assertEquals(Main.FAILED, watching.get(5, TimeUnit.SECONDS));
+            assertEquals(List.of("opc: the server asked its clients to disconnect; stopping"),
+                    err.toString(StandardCharsets.UTF_8).lines().toList());
+        } finally {
+            runner.shutdownNow();
+        }
     }
 
     @Test
