@@ -4,7 +4,6 @@ import static org.junit.jupiter.api.Assertions.assertArrayEquals;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertNotSame;
-import static org.junit.jupiter.api.Assertions.assertSame;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 import static org.junit.jupiter.api.Assumptions.assumeTrue;
@@ -13,6 +12,7 @@ import com.velmora.opc.jni.ComObjectClient;
 import com.velmora.opc.jni.client.da.OpcAsyncIo2;
 import com.velmora.opc.jni.client.da.OpcSyncIo;
 import com.velmora.opc.testsupport.LedgerCheck;
+import com.velmora.opc.testsupport.Recorder;
 import com.velmora.opc.testsupport.SimControl;
 import java.util.ArrayList;
 import java.util.Arrays;
@@ -34,68 +34,46 @@ class BenchNativesTest {
     private static final int[] QUALITIES = {192, 0, 65535};
     private static final int[] ERRORS = {0, 0xC0040007, 1};
 
-    /** Every update call as text, with the thread it came on. */
-    private static final class Calls implements com.velmora.opc.jni.client.da.UpdateReceiver {
-        final List<String> seen = new ArrayList<>();
-        final List<Thread> threads = new ArrayList<>();
-        RuntimeException toThrow;
+    private static final String[] TEXTS = {"value7", "\u00e4\u20ac\ud834\udd1e", "a\u0000b"};
 
-        private void add(String call) {
-            seen.add(call);
-            threads.add(Thread.currentThread());
-            if (toThrow != null) throw toThrow;
-        }
+    /** The calls of one round, as the recorder writes them. */
+    private static List<String> round(String kind, Object[] values, String tail) {
+        return IntStream.range(0, 3).mapToObj(i -> kind + " " + HANDLES[i] + " " + values[i] + " q" + QUALITIES[i]
+                + " e" + ERRORS[i] + tail).toList();
+    }
 
-        @Override
-        public void updateNumeric(int h, double v, long t, int q, int e, boolean s) {
-            add("numeric " + h + " " + v + " " + t + " " + q + " " + e + " " + s);
-        }
-
-        @Override
-        public void updateString(int h, String v, long t, int q, int e, boolean s) {
-            add("string " + h + " " + v + " " + t + " " + q + " " + e + " " + s);
-        }
-
-        @Override
-        public void updateBoolean(int h, boolean v, long t, int q, int e, boolean s) {
-            add("boolean");
-        }
-
-        @Override
-        public void updateError(int h, long t, int q, int e, boolean s) {
-            add("error");
-        }
+    private static List<Long> times(Recorder calls) {
+        return calls.records().stream().map(r -> (Long) r.args()[0]).toList();
     }
 
     @Test
     void floorsRepeatExactlyTheGivenCallsOnTheirThreads() {
         double[] values = {21.5, -0.0, Double.MAX_VALUE};
-        List<String> numeric = IntStream.range(0, 3).mapToObj(i -> "numeric " + HANDLES[i] + " " + values[i] + " "
-                + TIMES[i] + " " + QUALITIES[i] + " " + ERRORS[i]).toList();
-
-        Calls calls = new Calls();
+        Object[] boxed = Arrays.stream(values).boxed().toArray();
+        List<Long> times = Arrays.stream(TIMES).boxed().toList();
+        Recorder calls = new Recorder();
         long[] rounds = BenchNatives.numericFloor(calls, HANDLES, values, TIMES, QUALITIES, ERRORS, true, 2);
         assertEquals(2, rounds.length);
         assertTrue(rounds[0] > 0 && rounds[1] > 0, Arrays.toString(rounds));
-        List<String> twice = new ArrayList<>();
-        for (int r = 0; r < 2; r++) numeric.forEach(c -> twice.add(c + " true"));
-        assertEquals(twice, calls.seen);
-        assertTrue(calls.threads.stream().allMatch(t -> t == Thread.currentThread()));
+        List<String> twice = new ArrayList<>(round("numeric", boxed, " sync"));
+        twice.addAll(twice);
+        assertEquals(twice, calls.calls());
+        assertEquals(List.of(times, times).stream().flatMap(List::stream).toList(), times(calls));
+        assertTrue(calls.threads().stream().allMatch(t -> t == Thread.currentThread()));
 
         // Strings go over as their UTF-16 units, surrogate pairs and U+0000 included.
-        String[] texts = {"value7", "\u00e4\u20ac\ud834\udd1e", "a\u0000b"};
-        calls = new Calls();
-        BenchNatives.stringFloor(calls, HANDLES, texts, TIMES, QUALITIES, ERRORS, false, 1);
-        assertEquals(IntStream.range(0, 3).mapToObj(i -> "string " + HANDLES[i] + " " + texts[i] + " " + TIMES[i]
-                + " " + QUALITIES[i] + " " + ERRORS[i] + " false").toList(), calls.seen);
+        calls = new Recorder();
+        BenchNatives.stringFloor(calls, HANDLES, TEXTS, TIMES, QUALITIES, ERRORS, false, 1);
+        assertEquals(round("string", Arrays.stream(TEXTS).map(t -> "[" + t + "]").toArray(), " async"), calls.calls());
+        assertEquals(times, times(calls));
 
         // The data-change floor: one native thread for all rounds, attached to the VM and gone afterwards.
-        calls = new Calls();
+        calls = new Recorder();
         BenchNatives.attachedThreadFloor(calls, HANDLES, values, TIMES, QUALITIES, ERRORS, 2);
-        assertEquals(twice.stream().map(c -> c.replace(" true", " false")).toList(), calls.seen);
-        Thread floorThread = calls.threads.get(0);
+        assertEquals(twice.stream().map(c -> c.replace(" sync", " async")).toList(), calls.calls());
+        Thread floorThread = calls.threads().get(0);
         assertNotSame(Thread.currentThread(), floorThread);
-        assertTrue(calls.threads.stream().allMatch(t -> t == floorThread), "one attachment for all rounds");
+        assertTrue(calls.threads().stream().allMatch(t -> t == floorThread), "one attachment for all rounds");
         assertFalse(floorThread.isAlive(), "the floor's thread is detached before the native returns");
     }
 
@@ -116,25 +94,22 @@ class BenchNativesTest {
     void wrongArgumentsAndThrowingReceiversStopTheRun() {
         double[] values = {1, 2, 3};
         assertThrows(IllegalArgumentException.class,
-                () -> BenchNatives.numericFloor(new Calls(), HANDLES, new double[2], TIMES, QUALITIES, ERRORS, true, 1));
-        assertThrows(IllegalArgumentException.class,
-                () -> BenchNatives.stringFloor(new Calls(), HANDLES, new String[] {"a", null, "c"}, TIMES, QUALITIES,
-                        ERRORS, true, 1));
+                () -> BenchNatives.numericFloor(new Recorder(), HANDLES, new double[2], TIMES, QUALITIES, ERRORS, true, 1));
+        assertThrows(IllegalArgumentException.class, () -> BenchNatives.stringFloor(new Recorder(), HANDLES,
+                new String[] {"a", null, "c"}, TIMES, QUALITIES, ERRORS, true, 1));
         assertThrows(IllegalArgumentException.class,
                 () -> BenchNatives.numericFloor(null, HANDLES, values, TIMES, QUALITIES, ERRORS, true, 1));
 
-        Calls throwing = new Calls();
-        throwing.toThrow = new IllegalStateException("receiver failed");
+        Recorder throwing = new Recorder("numeric");
         IllegalStateException thrown = assertThrows(IllegalStateException.class,
                 () -> BenchNatives.numericFloor(throwing, HANDLES, values, TIMES, QUALITIES, ERRORS, true, 5));
-        assertSame(throwing.toThrow, thrown);
-        assertEquals(1, throwing.seen.size(), "no call after the exception");
+        assertEquals(List.of(thrown.getMessage()), throwing.calls(), "no call after the exception");
 
-        throwing.seen.clear();
+        Recorder throwingThere = new Recorder("numeric");
         thrown = assertThrows(IllegalStateException.class,
-                () -> BenchNatives.attachedThreadFloor(throwing, HANDLES, values, TIMES, QUALITIES, ERRORS, 5));
-        assertSame(throwing.toThrow, thrown, "carried over from the floor's thread");
-        assertEquals(1, throwing.seen.size());
+                () -> BenchNatives.attachedThreadFloor(throwingThere, HANDLES, values, TIMES, QUALITIES, ERRORS, 5));
+        // Carried over from the floor's thread.
+        assertEquals(List.of(thrown.getMessage()), throwingThere.calls());
     }
 
     @Test
@@ -183,8 +158,8 @@ class BenchNativesTest {
             for (Rounds rounds : List.of(read[0], read[1], read[2], delivery[0], delivery[1], delivery[2])) {
                 assertTrue(rounds.median() > 0, rounds.name());
             }
-            // The library's delivery spans the server's share and the time from first to last item.
-            assertTrue(delivery[0].median() > delivery[3].median());
+            // One update to record, one of warm-up, three measured: each a data change of its own.
+            assertTrue(SimControl.callbacksMade("OnDataChange") >= 5);
         } finally {
             ComObjectClient.release(server);
         }

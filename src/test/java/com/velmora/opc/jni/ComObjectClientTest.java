@@ -1,14 +1,21 @@
 package com.velmora.opc.jni;
 
+import static com.velmora.opc.testsupport.Codes.IID_IOPCCOMMON;
+import static com.velmora.opc.testsupport.Codes.IID_IOPCSERVER;
+import static com.velmora.opc.testsupport.Codes.IID_IUNKNOWN;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertNotEquals;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
+import com.velmora.opc.OpcEnv;
 import com.velmora.opc.testsupport.ChildJvm;
 import com.velmora.opc.testsupport.LedgerCheck;
 import com.velmora.opc.testsupport.LogCapture;
+import com.velmora.opc.testsupport.SimFixture;
 import com.velmora.opc.testsupport.TestSupport;
+import com.velmora.opc.testsupport.Throwing;
+import java.util.List;
 import java.util.Set;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.extension.ExtendWith;
@@ -18,15 +25,14 @@ class ComObjectClientTest {
 
     @Test
     void queryHandsOutOneNewReferenceAndReleaseGivesItBack() {
-        long object = TestSupport.createObject(TestSupport.IID_IOPCSERVER);
+        long object = TestSupport.createObject(IID_IOPCSERVER);
         try {
             assertEquals(1, TestSupport.refCount(object));
-            long unknown = ComObjectClient.query(object, TestSupport.IID_IUNKNOWN);
-            long server = ComObjectClient.query(object, TestSupport.IID_IOPCSERVER.toLowerCase());
+            long unknown = ComObjectClient.query(object, IID_IUNKNOWN);
+            long server = ComObjectClient.query(object, IID_IOPCSERVER.toLowerCase());
             assertNotEquals(0, unknown);
             assertNotEquals(0, server);
             assertEquals(3, TestSupport.refCount(object));
-
             ComObjectClient.release(unknown);
             assertEquals(2, TestSupport.refCount(object));
             ComObjectClient.release(server);
@@ -38,56 +44,43 @@ class ComObjectClientTest {
     }
 
     @Test
-    void queryFailuresRaiseHresultExceptionAndAddNoReference() {
+    void failuresRaiseHresultExceptionAbsentArgumentsAreSilentAndNoReferenceIsAdded() {
         long object = TestSupport.createObject();
         try (LogCapture log = new LogCapture()) {
-            HresultException notGuid = assertThrows(HresultException.class,
-                    () -> ComObjectClient.query(object, "IUnknown"));
-            assertEquals("OpcEnv::toIID", notGuid.getOperation());
-            assertTrue(notGuid.getHresult() < 0);
-
-            HresultException missing = assertThrows(HresultException.class,
-                    () -> ComObjectClient.query(object, TestSupport.IID_IOPCCOMMON));
-            assertEquals(0x80004002, missing.getHresult());
-            assertEquals("IUnknown::QueryInterface", missing.getOperation());
+            assertTrue(SimFixture.fails("OpcEnv::toIID", () -> ComObjectClient.query(object, "IUnknown")).getHresult() < 0);
+            HresultException missing = SimFixture.fails("IUnknown::QueryInterface",
+                    () -> ComObjectClient.query(object, IID_IOPCCOMMON));
             assertTrue(missing.getMessage().contains("0x80004002 (E_NOINTERFACE)"), missing.getMessage());
 
-            assertEquals(1, TestSupport.refCount(object));
-            assertEquals(java.util.List.of(), log.texts());
-        } finally {
-            TestSupport.releaseObject(object);
-        }
-    }
-
-    @Test
-    void absentHandleOrIidIsSilentAndReleaseOfNothingDoesNothing() {
-        long object = TestSupport.createObject();
-        try (LogCapture log = new LogCapture()) {
-            assertEquals(0, ComObjectClient.query(0, TestSupport.IID_IUNKNOWN));
+            assertEquals(0, ComObjectClient.query(0, IID_IUNKNOWN));
             assertEquals(0, ComObjectClient.query(object, null));
             ComObjectClient.release(0);
             assertEquals(1, TestSupport.refCount(object));
-            assertEquals(java.util.List.of(), log.texts());
+            assertEquals(List.of(), log.texts());
         } finally {
             TestSupport.releaseObject(object);
         }
     }
 
     @Test
-    void withoutHresultExceptionTheFailureGoesToTheConsole() {
-        ChildJvm.Result child = ChildJvm.run("query-missing-interface",
-                Set.of(HresultException.class.getName()));
-        assertTrue(child.printed("[80004002] IUnknown::QueryInterface"), child.output());
-        // The failed class look-up is what Java sees; the query answered nothing and kept no reference.
-        assertTrue(child.printed("thrown=java.lang.NoClassDefFoundError"), child.output());
-        assertTrue(child.printed("live=0"), child.output());
+    void aNativeExceptionInTheQueryBecomesUnexpectedNativeException() {
+        OpcEnv.initThread();
+        long server = Throwing.createServer();
+        try {
+            assertEquals("ComObjectClient::query", assertThrows(UnexpectedNativeException.class,
+                    () -> ComObjectClient.query(server, IID_IUNKNOWN)).getMessage());
+        } finally {
+            ComObjectClient.release(server);
+        }
     }
 
     @Test
-    void withoutOpcEnvTheLogSinksFallBackToTheConsole() {
-        ChildJvm.Result child = ChildJvm.run("log-trace", Set.of("com.velmora.opc.OpcEnv"));
-        assertTrue(child.printed("[OPC trace] OpcDaServer::createLocalServer- server name is null"), child.output());
-        // The failed look-up of OpcEnv is what Java sees after the native returns.
-        assertTrue(child.printed("thrown=java.lang.NoClassDefFoundError"), child.output());
+    void withoutHresultExceptionOrOpcEnvTheLibraryFallsBackToTheConsole() {
+        // The failed class look-up is what Java sees; the query answered nothing and kept no reference.
+        ChildJvm.run(TestSupport.nativeDir(), Set.of(HresultException.class.getName()), "query-missing-interface")
+                .assertPrinted("[80004002] IUnknown::QueryInterface", "thrown=java.lang.NoClassDefFoundError", "live=0");
+        ChildJvm.run(TestSupport.nativeDir(), Set.of("com.velmora.opc.OpcEnv"), "log-trace")
+                .assertPrinted("[OPC trace] OpcDaServer::createLocalServer- server name is null",
+                        "thrown=java.lang.NoClassDefFoundError");
     }
 }

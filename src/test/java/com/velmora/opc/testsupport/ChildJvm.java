@@ -19,9 +19,9 @@ import java.util.regex.Pattern;
 import java.util.stream.Stream;
 
 /**
- * Runs {@link ChildMain} in a separate JVM whose class path lacks the given main classes, to see
- * what the native library does when a Java class it needs is missing. The child runs under
- * -Xcheck:jni too; its JNI warnings fail the calling test.
+ * Runs {@link ChildMain} in a separate JVM, optionally with main classes missing from its class
+ * path or with another folder of native libraries. The child runs under -Xcheck:jni too; its JNI
+ * warnings fail the calling test.
  */
 public final class ChildJvm {
     private static final Pattern JNI_WARNING =
@@ -32,20 +32,25 @@ public final class ChildJvm {
         public boolean printed(String line) {
             return output.lines().anyMatch(l -> l.equals(line));
         }
+
+        /** Fails unless every line was printed, whole. */
+        public void assertPrinted(String... lines) {
+            for (String line : lines) assertTrue(printed(line), () -> line + " not in\n" + output);
+        }
     }
 
     private ChildJvm() {}
 
-    /** Runs ChildMain with the mode, without the named classes (binary names) of the main class path. */
-    public static Result run(String mode, Set<String> missingClasses) {
-        return run(ChildMain.class, TestSupport.nativeDir(), missingClasses, mode);
+    /** Runs ChildMain with the arguments against the build's native libraries. */
+    public static Result run(String... args) {
+        return run(TestSupport.nativeDir(), Set.of(), args);
     }
 
     /**
-     * Runs a main class of the test class path with the arguments, against the native libraries of
-     * nativeDir, without the named classes (binary names) of the main class path.
+     * Runs ChildMain with the arguments against the native libraries of nativeDir, without the
+     * named classes (binary names) of the main class path.
      */
-    public static Result run(Class<?> main, File nativeDir, Set<String> missingClasses, String... args) {
+    public static Result run(File nativeDir, Set<String> missingClasses, String... args) {
         Path classes = reducedCopy(codeSource(NativeLibrary.class), missingClasses);
         String dir = nativeDir.getAbsolutePath();
         try {
@@ -55,7 +60,8 @@ public final class ChildJvm {
                     "-Dopc.library.path=" + dir,
                     "-Dopc.native.dir=" + dir));
             if (Runtime.version().feature() >= 16) command.add("--enable-native-access=ALL-UNNAMED");
-            command.addAll(List.of("-cp", classes + File.pathSeparator + codeSource(main), main.getName()));
+            command.addAll(List.of("-cp", classes + File.pathSeparator + codeSource(ChildMain.class),
+                    ChildMain.class.getName()));
             command.addAll(List.of(args));
             ProcessBuilder builder = new ProcessBuilder(command).redirectErrorStream(true);
             builder.environment().put("LD_LIBRARY_PATH", dir);

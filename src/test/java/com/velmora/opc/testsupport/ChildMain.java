@@ -1,19 +1,37 @@
 package com.velmora.opc.testsupport;
 
+import static com.velmora.opc.testsupport.Codes.IID_IOPCASYNCIO2;
+import static com.velmora.opc.testsupport.Codes.IID_IOPCITEMMGT;
+import static com.velmora.opc.testsupport.Codes.IID_IOPCSERVER;
+import static com.velmora.opc.testsupport.Codes.IID_IOPCSYNCIO;
+
+import com.velmora.opc.OpcEnv;
 import com.velmora.opc.jni.ComObjectClient;
+import com.velmora.opc.jni.client.common.OpcShutdown;
+import com.velmora.opc.jni.client.da.OpcAsyncIo2;
 import com.velmora.opc.jni.client.da.OpcDaServer;
+import com.velmora.opc.jni.client.da.OpcItemMgt;
+import com.velmora.opc.jni.client.da.OpcSyncIo;
+import java.util.Arrays;
+import java.util.List;
+import java.util.function.LongSupplier;
 
 /**
- * Entry point of the child JVMs of {@link ChildJvm}. Prints one "result=" or "thrown=" line per
- * step; native console lines appear in the same output.
+ * Entry point of the child JVMs of {@link ChildJvm}: scenarios that need a process of their own (a
+ * fresh COM start-up, console lines written by the library itself, classes missing, JNI warnings
+ * that only the process's own output shows). Each prints what it observed as plain lines; native
+ * console lines appear in the same output. No test framework here: the child's class path lacks it.
  */
 public final class ChildMain {
     private ChildMain() {}
 
-    public static void main(String[] args) {
+    public static void main(String[] args) throws InterruptedException {
         switch (args[0]) {
             case "query-missing-interface" -> queryMissingInterface();
-            case "log-trace" -> logTrace();
+            case "log-trace" -> report(() -> OpcDaServer.createLocalServer(null)); // an argument complaint, traced
+            case "startup" -> startup();
+            case "shutdown" -> shutdown();
+            case "bulk" -> bulk(Integer.parseInt(args[1]));
             default -> throw new IllegalArgumentException(args[0]);
         }
         System.out.flush();
@@ -22,27 +40,101 @@ public final class ChildMain {
     private static void queryMissingInterface() {
         long object = TestSupport.createObject();
         try {
-            report(() -> ComObjectClient.query(object, TestSupport.IID_IOPCSERVER));
+            report(() -> ComObjectClient.query(object, IID_IOPCSERVER));
         } finally {
             TestSupport.releaseObject(object);
         }
         System.out.println("live=" + TestSupport.liveObjects());
     }
 
-    // A call without a server name makes the library log an argument complaint as a trace.
-    private static void logTrace() {
-        report(() -> OpcDaServer.createLocalServer(null));
-    }
-
-    private static void report(java.util.function.LongSupplier call) {
+    private static void report(LongSupplier call) {
         try {
-            long result = call.getAsLong();
-            System.out.println("result=" + result);
-        } catch (UnsatisfiedLinkError e) {
-            System.out.println("unlinked=" + e.getMessage());
+            System.out.println("result=" + call.getAsLong());
         } catch (Throwable e) {
             System.out.println("thrown=" + e.getClass().getName());
         }
         System.out.flush();
+    }
+
+    // Start-up in a process where nothing has touched COM yet: what each step logs.
+    private static void startup() {
+        try (LogCapture log = new LogCapture()) {
+            List<String> names = List.of("env-before-thread", "thread", "thread-again", "env", "env-again");
+            List<Runnable> steps = List.of(OpcEnv::initEnv, OpcEnv::initThread, OpcEnv::initThread, OpcEnv::initEnv,
+                    OpcEnv::initEnv);
+            for (int i = 0; i < steps.size(); i++) {
+                int before = log.lines().size();
+                steps.get(i).run();
+                List<LogCapture.Line> added = log.lines().subList(before, log.lines().size());
+                System.out.println(names.get(i) + ": " + added.stream().map(l -> l.level() + " " + l.text()).toList());
+            }
+        }
+    }
+
+    // A shutdown request with a reason, then one without, each on a connection of its own.
+    private static void shutdown() throws InterruptedException {
+        OpcEnv.initThread();
+        for (String reason : new String[] {"maintenance", null}) {
+            String name = reason == null ? "silent" : "reasoned";
+            long server = OpcDaServer.createLocalServer(SimControl.PROG_ID);
+            Recorder listener = new Recorder();
+            long cookie = OpcShutdown.advise(server, listener);
+            System.out.println(name + " advised " + (cookie != 0));
+            System.out.flush();
+            System.out.println(name + " sinks called " + SimControl.shutdown(reason));
+            OpcShutdown.unadvise(server, cookie);
+            ComObjectClient.release(server);
+            Thread.sleep(100);
+            boolean onMain = listener.threads().stream().anyMatch(t -> t.getName().equals("main"));
+            System.out.println(name + " heard " + listener.calls() + (onMain ? " on main" : ""));
+            System.out.flush();
+        }
+    }
+
+    // Many items through every path that loops over items on the Java side of the library.
+    private static void bulk(int n) throws InterruptedException {
+        OpcEnv.initThread();
+        long server = OpcDaServer.createLocalServer(SimControl.PROG_ID);
+        long[] group = OpcDaServer.addGroup(server, "bulk", true, 60_000, 1, 0, 0f, 0);
+        long itemMgt = ComObjectClient.query(group[0], IID_IOPCITEMMGT);
+        long syncIo = ComObjectClient.query(group[0], IID_IOPCSYNCIO);
+        long asyncIo = ComObjectClient.query(group[0], IID_IOPCASYNCIO2);
+        String[] ids = new String[n];
+        for (int i = 0; i < n; i++) ids[i] = "Bench.Str." + i;
+        boolean[] active = new boolean[n];
+        Arrays.fill(active, true);
+        Recorder added = new Recorder();
+        OpcItemMgt.addItems(itemMgt, ids, new int[n], active, new int[n], added);
+        int[] handles = added.records().stream().filter(r -> r.text().endsWith(" error=0"))
+                .mapToInt(r -> (int) r.args()[1]).toArray();
+        System.out.println("added " + handles.length);
+
+        Recorder read = new Recorder();
+        OpcSyncIo.read(syncIo, handles, true, read);
+        System.out.println("read " + read.count("string "));
+
+        Recorder.Callback callback = new Recorder.Callback();
+        long cookie = OpcAsyncIo2.advise(asyncIo, callback);
+        OpcAsyncIo2.refresh(asyncIo, true);
+        OpcAsyncIo2.readAsync(asyncIo, n, 1, handles, new Recorder());
+        long end = System.currentTimeMillis() + 20_000;
+        while ((callback.count("string ") < n || callback.count("read ") == 0) && System.currentTimeMillis() < end) {
+            Thread.sleep(20);
+        }
+        OpcAsyncIo2.unadvise(asyncIo, cookie);
+        while (callback.count("deleted") == 0 && System.currentTimeMillis() < end) Thread.sleep(20);
+        long strings = callback.count("string ");
+        System.out.println("changed all " + (strings >= n) + " other "
+                + (callback.calls().size() - strings - callback.count("read ") - callback.count("deleted")));
+        System.out.println("completed " + callback.calls().stream().filter(c -> c.startsWith("read "))
+                .mapToInt(c -> Integer.parseInt(c.split(" ")[4])).sum());
+        System.out.println("deleted " + callback.count("deleted"));
+
+        int[] removed = OpcItemMgt.removeItems(itemMgt, handles);
+        System.out.println("removed " + removed.length + " failed " + Arrays.stream(removed).filter(e -> e != 0).count());
+        for (long handle : new long[] {asyncIo, syncIo, itemMgt, group[0]}) ComObjectClient.release(handle);
+        OpcDaServer.removeGroup(server, (int) group[1], true);
+        ComObjectClient.release(server);
+        System.out.println("live objects " + SimControl.liveObjects(null));
     }
 }

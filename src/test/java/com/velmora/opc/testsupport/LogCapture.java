@@ -41,6 +41,11 @@ public final class LogCapture extends Handler implements AutoCloseable {
         return lines.stream().map(Line::text).toList();
     }
 
+    /** The levels of the captured lines, each once, in order of first appearance. */
+    public synchronized List<String> levels() {
+        return lines.stream().map(Line::level).distinct().toList();
+    }
+
     @Override
     public void flush() {}
 

@@ -1,27 +1,33 @@
 package com.velmora.opc.testsupport;
 
+import static com.velmora.opc.testsupport.Codes.IID_IOPCASYNCIO2;
+import static com.velmora.opc.testsupport.Codes.IID_IOPCITEMMGT;
+import static com.velmora.opc.testsupport.Codes.IID_IOPCSYNCIO;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertNotEquals;
 import static org.junit.jupiter.api.Assertions.assertNotNull;
+import static org.junit.jupiter.api.Assertions.assertThrows;
+import static org.junit.jupiter.api.Assertions.assertTrue;
 import static org.junit.jupiter.api.Assumptions.assumeTrue;
 
 import com.velmora.opc.OpcEnv;
 import com.velmora.opc.jni.ComObjectClient;
+import com.velmora.opc.jni.HresultException;
 import com.velmora.opc.jni.client.da.OpcDaServer;
 import com.velmora.opc.jni.client.da.OpcItemMgt;
+import com.velmora.opc.jni.client.da.OpcSyncIo;
 import java.util.ArrayDeque;
 import java.util.Deque;
+import java.util.List;
+import org.junit.jupiter.api.function.Executable;
 
 /**
  * A simulation server reached through the raw natives, for the tests of the declaration classes.
  * Every handle it hands out is released, and every group removed, on close.
  */
 public final class SimFixture implements AutoCloseable {
-    public static final String IID_IOPCITEMMGT = "{39C13A54-011E-11D0-9675-0020AFD8ADB3}";
-    public static final String IID_IOPCSYNCIO = "{39C13A52-011E-11D0-9675-0020AFD8ADB3}";
-    public static final String IID_IOPCASYNCIO2 = "{39C13A71-011E-11D0-9675-0020AFD8ADB3}";
-    public static final String IID_IOPCGROUPSTATEMGT = "{39C13A50-011E-11D0-9675-0020AFD8ADB3}";
-    public static final String IID_IOPCCOMMON = TestSupport.IID_IOPCCOMMON;
+    /** A group with its interfaces and the server handles of its items (client handles 100, 101, ...). */
+    public record Group(long unknown, int handle, long itemMgt, long syncIo, long asyncIo, int[] items) {}
 
     public final long server;
     private final Deque<Long> handles = new ArrayDeque<>();
@@ -42,6 +48,13 @@ public final class SimFixture implements AutoCloseable {
         return new SimFixture(server);
     }
 
+    /** The HresultException the call raises, after checking its operation text. */
+    public static HresultException fails(String operation, Executable call) {
+        HresultException failed = assertThrows(HresultException.class, call);
+        assertEquals(operation, failed.getOperation());
+        return failed;
+    }
+
     /** A handle of another interface of an object; released on close. */
     public long query(long handle, String iid) {
         long derived = ComObjectClient.query(handle, iid);
@@ -50,7 +63,7 @@ public final class SimFixture implements AutoCloseable {
         return derived;
     }
 
-    /** An active group: {group IUnknown, server group handle, revised rate}; removed on close. */
+    /** An active group with a rate of one second: {group IUnknown, server group handle, revised rate}. */
     public long[] addGroup(String name) {
         return addGroup(name, 1000);
     }
@@ -64,23 +77,38 @@ public final class SimFixture implements AutoCloseable {
         return group;
     }
 
+    /** An active group with the items added active, and its item, synchronous and asynchronous interfaces. */
+    public Group group(String name, int updateRate, String... ids) {
+        long[] group = addGroup(name, updateRate);
+        long itemMgt = query(group[0], IID_IOPCITEMMGT);
+        int[] items = ids.length == 0 ? new int[0] : addItems(itemMgt, ids);
+        return new Group(group[0], (int) group[1], itemMgt, query(group[0], IID_IOPCSYNCIO),
+                query(group[0], IID_IOPCASYNCIO2), items);
+    }
+
     /** Adds the items, active, with client handles 100, 101, ...; answers their server handles. */
     public int[] addItems(long itemMgt, String... ids) {
-        int[] serverHandles = new int[ids.length];
         int[] clientHandles = new int[ids.length];
         boolean[] active = new boolean[ids.length];
         for (int i = 0; i < ids.length; i++) {
             clientHandles[i] = 100 + i;
             active[i] = true;
         }
-        int[] next = {0};
-        OpcItemMgt.addItems(itemMgt, ids, clientHandles, active, new int[ids.length],
-                (com.velmora.opc.jni.client.da.ItemResultCollector) (id, handle, type, rights, error) -> {
-                    assertEquals(0, error, id);
-                    serverHandles[next[0]++] = handle;
-                });
-        assertEquals(ids.length, next[0]);
-        return serverHandles;
+        Recorder results = new Recorder();
+        OpcItemMgt.addItems(itemMgt, ids, clientHandles, active, new int[ids.length], results);
+        assertEquals(ids.length, results.count("item "));
+        return results.records().stream().mapToInt(r -> {
+            assertTrue(r.text().endsWith(" error=0"), r.text());
+            return (int) r.args()[1];
+        }).toArray();
+    }
+
+    /** The items' values read from the device, as "kind value", e.g. "numeric 12.0". */
+    public static List<String> readBack(long syncIo, int... handles) {
+        Recorder values = new Recorder();
+        OpcSyncIo.read(syncIo, handles, false, values);
+        return values.calls().stream()
+                .map(c -> c.replaceFirst("^(\\w+) -?\\d+ ", "$1 ").replaceFirst(" q\\d+ e-?\\d+ sync$", "")).toList();
     }
 
     @Override

@@ -5,11 +5,6 @@ import java.io.File;
 
 /** Natives of the test-only library: the substrate's allocation ledger and probe COM objects. */
 public final class TestSupport {
-    public static final String IID_IUNKNOWN = "{00000000-0000-0000-C000-000000000046}";
-    public static final String IID_IOPCSERVER = "{39C13A4D-011E-11D0-9675-0020AFD8ADB3}";
-    public static final String IID_IOPCCOMMON = "{F31DFDE2-07B6-11D2-B2D8-0060083BA1FB}";
-    public static final String IID_ICONNECTIONPOINTCONTAINER = "{B196B284-BAB4-101A-B69C-00AA00341D07}";
-
     /** Ledger kinds. */
     public static final int TASK_MEMORY = 0;
     public static final int BSTR = 1;

@@ -1,5 +1,7 @@
 package com.velmora.opc.jni.client.da;
 
+import static com.velmora.opc.testsupport.Codes.IID_IOPCASYNCIO2;
+import static com.velmora.opc.testsupport.Codes.IID_IOPCITEMMGT;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
@@ -7,8 +9,10 @@ import com.velmora.opc.OpcEnv;
 import com.velmora.opc.jni.ComObjectClient;
 import com.velmora.opc.testsupport.LedgerCheck;
 import com.velmora.opc.testsupport.LogCapture;
+import com.velmora.opc.testsupport.Recorder;
 import com.velmora.opc.testsupport.SimFixture;
 import java.util.ArrayList;
+import java.util.Arrays;
 import java.util.List;
 import java.util.Queue;
 import java.util.concurrent.ConcurrentLinkedQueue;
@@ -24,80 +28,37 @@ import org.junit.jupiter.api.extension.ExtendWith;
 class ConcurrencyTest {
     private static final long RUN_MILLIS = 1500;
 
-    /** Checks every synchronous read on the thread that made it: all items, in order, on that thread. */
-    private static final class ReadChecker implements UpdateReceiver {
-        private final int[] expected;
-        private final Thread owner = Thread.currentThread();
-        private final List<String> problems = new ArrayList<>();
-        private int next;
-
-        ReadChecker(int[] expected) {
-            this.expected = expected;
-        }
-
-        private void item(int handle, boolean synchronous) {
-            if (Thread.currentThread() != owner) problems.add("delivered on " + Thread.currentThread().getName());
-            if (!synchronous) problems.add("not flagged synchronous");
-            if (next >= expected.length || expected[next] != handle) problems.add("handle " + handle + " at " + next);
-            next++;
-        }
-
-        void endOfRead() {
-            if (next != expected.length) problems.add(next + " items in one read");
-            next = 0;
-        }
-
-        @Override
-        public void updateNumeric(int h, double v, long t, int q, int e, boolean s) {
-            item(h, s);
-        }
-
-        @Override
-        public void updateBoolean(int h, boolean v, long t, int q, int e, boolean s) {
-            item(h, s);
-        }
-
-        @Override
-        public void updateString(int h, String v, long t, int q, int e, boolean s) {
-            item(h, s);
-        }
-
-        @Override
-        public void updateError(int h, long t, int q, int e, boolean s) {
-            item(h, s);
-        }
-    }
-
     @Test
     void readsSubscriptionsAndChurnRunTogether() throws InterruptedException {
         try (SimFixture sim = SimFixture.open(); LogCapture log = new LogCapture()) {
-            long fastGroup = sim.addGroup("fast", 10)[0];
-            sim.addItems(sim.query(fastGroup, SimFixture.IID_IOPCITEMMGT), "Simulation.Ramp.R8", "Simulation.Sine.R8",
+            SimFixture.Group fast = sim.group("fast", 10, "Simulation.Ramp.R8", "Simulation.Sine.R8",
                     "Simulation.Random.I4");
-            long fastIo = sim.query(fastGroup, SimFixture.IID_IOPCASYNCIO2);
-            RecordingCallback fast = new RecordingCallback();
-            long fastCookie = OpcAsyncIo2.advise(fastIo, fast);
-
-            long readGroup = sim.addGroup("reads")[0];
-            int[] readItems = sim.addItems(sim.query(readGroup, SimFixture.IID_IOPCITEMMGT), "Simulation.Static.R8",
-                    "Simulation.Static.BSTR", "Simulation.Array.I2", "Simulation.Random.R8", "Simulation.Static.BOOL");
-            long syncIo = sim.query(readGroup, SimFixture.IID_IOPCSYNCIO);
+            Recorder.Callback changes = new Recorder.Callback();
+            long fastCookie = OpcAsyncIo2.advise(fast.asyncIo(), changes);
+            SimFixture.Group reads = sim.group("reads", 1000, "Simulation.Static.R8", "Simulation.Static.BSTR",
+                    "Simulation.Array.I2", "Simulation.Random.R8", "Simulation.Static.BOOL");
+            // Every read: all items, in order, flagged synchronous, on the thread that made it.
+            List<String> expected = Arrays.stream(reads.items()).mapToObj(h -> h + " sync").toList();
 
             Queue<String> problems = new ConcurrentLinkedQueue<>();
-            AtomicInteger reads = new AtomicInteger();
+            AtomicInteger readCount = new AtomicInteger();
             AtomicInteger cycles = new AtomicInteger();
             long deadline = System.currentTimeMillis() + RUN_MILLIS;
             List<Thread> threads = new ArrayList<>();
             for (int t = 0; t < 4; t++) {
                 boolean fromCache = t % 2 == 0;
                 threads.add(worker(problems, () -> {
-                    ReadChecker checker = new ReadChecker(readItems);
                     while (System.currentTimeMillis() < deadline) {
-                        OpcSyncIo.read(syncIo, readItems, fromCache, checker);
-                        checker.endOfRead();
-                        reads.incrementAndGet();
+                        Recorder read = new Recorder();
+                        OpcSyncIo.read(reads.syncIo(), reads.items(), fromCache, read);
+                        List<String> seen = read.calls().stream()
+                                .map(c -> c.split(" ")[1] + (c.endsWith(" sync") ? " sync" : " async")).toList();
+                        if (!seen.equals(expected)) problems.add("read " + read.calls());
+                        if (read.threads().stream().anyMatch(th -> th != Thread.currentThread())) {
+                            problems.add("delivered on " + read.threads());
+                        }
+                        readCount.incrementAndGet();
                     }
-                    problems.addAll(checker.problems);
                 }));
             }
             for (int t = 0; t < 2; t++) {
@@ -111,16 +72,16 @@ class ConcurrencyTest {
             }
             for (Thread thread : threads) thread.join(30_000);
 
-            OpcAsyncIo2.unadvise(fastIo, fastCookie);
-            fast.awaitDeleted();
+            OpcAsyncIo2.unadvise(fast.asyncIo(), fastCookie);
+            assertEquals(1, changes.settledDeletions());
             assertEquals(List.of(), List.copyOf(problems));
-            assertTrue(reads.get() >= 8, "reads " + reads.get());
+            assertTrue(readCount.get() >= 8, "reads " + readCount.get());
             assertTrue(cycles.get() >= 2, "subscription cycles " + cycles.get());
-            assertTrue(fast.calls().size() >= 10, "data changes " + fast.calls().size());
-            assertTrue(fast.calls().stream().allMatch(c -> c.endsWith(" async")));
-            assertTrue(fast.threadNames().stream().noneMatch(n -> n.startsWith("worker-") || n.equals("main")),
-                    fast.threadNames()::toString);
-            assertEquals(1, fast.deleted);
+            assertTrue(changes.count("numeric ") >= 10, "data changes " + changes.calls().size());
+            assertEquals(changes.calls().size() - 1, changes.calls().stream().filter(c -> c.endsWith(" async")).count());
+            List<Thread> delivering = changes.threadsOf("numeric ");
+            assertTrue(delivering.stream().noneMatch(th -> th.getName().startsWith("worker-") || th.getName().equals("main")),
+                    delivering::toString);
             assertEquals(List.of(), log.texts());
         }
     }
@@ -128,23 +89,19 @@ class ConcurrencyTest {
     // One short-lived subscription on a group of its own, from add to remove.
     private static void churn(long server, String name, Queue<String> problems) throws InterruptedException {
         long[] group = OpcDaServer.addGroup(server, name, true, 10, 9, 0, 0f, 0);
-        long itemMgt = ComObjectClient.query(group[0], SimFixture.IID_IOPCITEMMGT);
-        long asyncIo = ComObjectClient.query(group[0], SimFixture.IID_IOPCASYNCIO2);
+        long itemMgt = ComObjectClient.query(group[0], IID_IOPCITEMMGT);
+        long asyncIo = ComObjectClient.query(group[0], IID_IOPCASYNCIO2);
         OpcItemMgt.addItems(itemMgt, new String[] {"Simulation.Ramp.I4"}, new int[] {500}, new boolean[] {true},
-                new int[1], (ItemResultCollector) (id, h, type, rights, error) -> {});
-        RecordingCallback callback = new RecordingCallback();
+                new int[1], new Recorder());
+        Recorder.Callback callback = new Recorder.Callback();
         long cookie = OpcAsyncIo2.advise(asyncIo, callback);
         for (int i = 0; i < 20 && callback.calls().isEmpty(); i++) Thread.sleep(5);
         OpcAsyncIo2.unadvise(asyncIo, cookie);
-        callback.awaitDeleted();
-        ComObjectClient.release(asyncIo);
-        ComObjectClient.release(itemMgt);
-        ComObjectClient.release(group[0]);
+        callback.awaitCount("deleted", 1);
+        for (long handle : new long[] {asyncIo, itemMgt, group[0]}) ComObjectClient.release(handle);
         OpcDaServer.removeGroup(server, (int) group[1], true);
-        synchronized (callback) {
-            if (callback.deleted != 1) problems.add(name + ": " + callback.deleted + " deletion notices");
-        }
-        if (callback.calls().stream().anyMatch(c -> !c.startsWith("numeric 500 "))) {
+        if (callback.count("deleted") != 1) problems.add(name + ": " + callback.count("deleted") + " deletion notices");
+        if (callback.calls().stream().anyMatch(c -> !c.startsWith("numeric 500 ") && !c.equals("deleted"))) {
             problems.add(name + ": " + callback.calls());
         }
     }

@@ -1,5 +1,13 @@
 package com.velmora.opc.jni.client.da;
 
+import static com.velmora.opc.testsupport.Codes.E_FAIL;
+import static com.velmora.opc.testsupport.Codes.OPC_E_BADTYPE;
+import static com.velmora.opc.testsupport.Codes.OPC_E_INVALIDHANDLE;
+import static com.velmora.opc.testsupport.Codes.OPC_E_UNKNOWNITEMID;
+import static com.velmora.opc.testsupport.Codes.VT_ARRAY;
+import static com.velmora.opc.testsupport.Codes.VT_BSTR;
+import static com.velmora.opc.testsupport.Codes.VT_R8;
+import static com.velmora.opc.testsupport.SimFixture.fails;
 import static org.junit.jupiter.api.Assertions.assertArrayEquals;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertNull;
@@ -7,56 +15,49 @@ import static org.junit.jupiter.api.Assertions.assertSame;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
-import com.velmora.opc.jni.HresultException;
+import com.velmora.opc.testsupport.ChildJvm;
 import com.velmora.opc.testsupport.LedgerCheck;
 import com.velmora.opc.testsupport.LogCapture;
+import com.velmora.opc.testsupport.Recorder;
 import com.velmora.opc.testsupport.SimControl;
 import com.velmora.opc.testsupport.SimFixture;
-import java.util.ArrayList;
 import java.util.List;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.extension.ExtendWith;
 
 @ExtendWith(LedgerCheck.class)
 class OpcItemMgtTest {
-    private static final int E_FAIL = 0x80004005;
-    private static final int OPC_E_UNKNOWNITEMID = 0xC0040007;
-    private static final int OPC_E_INVALIDHANDLE = 0xC0040001;
-    private static final int VT_R8 = 5;
-    private static final int VT_BSTR = 8;
 
-    /** One addResult call. */
-    record Result(String itemId, int serverHandle, int type, int rights, int error) {}
-
-    static final class Results implements ItemResultCollector {
-        final List<Result> calls = new ArrayList<>();
-
-        @Override
-        public void addResult(String itemId, int serverHandle, int type, int rights, int error) {
-            calls.add(new Result(itemId, serverHandle, type, rights, error));
-        }
+    private static int handle(Recorder results, int index) {
+        return (int) results.records().get(index).args()[1];
     }
 
     @Test
-    void addItemsDeliversOneResultPerItemInOrderRejectedOnesIncluded() {
+    void validateAndAddDeliverOneResultPerItemInOrderAndPassRequestedTypesUnchanged() {
         try (SimFixture sim = SimFixture.open()) {
-            long itemMgt = sim.query(sim.addGroup("g")[0], SimFixture.IID_IOPCITEMMGT);
-            String[] ids = {"Simulation.Static.R8", "No.Such.Item", "Simulation.Access.ReadOnly"};
-            Results results = new Results();
-            OpcItemMgt.addItems(itemMgt, ids, new int[] {1, 2, 3}, new boolean[] {true, false, true},
-                    new int[] {0, 0, VT_BSTR}, results);
+            long itemMgt = sim.group("g", 1000).itemMgt();
+            String[] ids = {"Simulation.Static.R8", "No.Such.Item", "Simulation.Access.ReadOnly", "Simulation.Array.R8",
+                "Simulation.Static.I2", "Simulation.Static.I4"};
+            int[] types = {0, 0, VT_BSTR, VT_ARRAY | VT_R8, VT_ARRAY | VT_R8, VT_R8};
+            Recorder validated = new Recorder();
+            OpcItemMgt.validateItems(itemMgt, ids, new int[6], new boolean[6], types, validated);
+            assertEquals(0, SimControl.callCount("IOPCItemMgt::AddItems"));
+            Recorder added = new Recorder();
+            OpcItemMgt.addItems(itemMgt, ids, new int[] {1, 2, 3, 4, 5, 6},
+                    new boolean[] {true, false, true, true, true, true}, types, added);
+            assertEquals("count=6 ids=" + String.join(",", ids) + " types=0,0,8,8197,8197,5 active=1,0,1,1,1,1",
+                    SimControl.lastCallArgs("IOPCItemMgt::AddItems"));
+            assertEquals(List.of("item Simulation.Static.R8 type=5 rights=3 error=0",
+                    "item No.Such.Item type=0 rights=0 error=" + OPC_E_UNKNOWNITEMID,
+                    "item Simulation.Access.ReadOnly type=5 rights=1 error=0",
+                    "item Simulation.Array.R8 type=8197 rights=3 error=0",
+                    "item Simulation.Static.I2 type=0 rights=0 error=" + OPC_E_BADTYPE,
+                    "item Simulation.Static.I4 type=3 rights=3 error=0"), added.calls());
+            assertEquals(added.calls().stream().map(c -> c.replaceAll(" type=\\d+ rights=\\d+", "")).toList(),
+                    validated.calls().stream().map(c -> c.replaceAll(" type=\\d+ rights=\\d+", "")).toList());
+            assertSame(ids[0], added.records().get(0).args()[0]);
 
-            assertEquals("count=3 ids=Simulation.Static.R8,No.Such.Item,Simulation.Access.ReadOnly types=0,0,8 "
-                    + "active=1,0,1", SimControl.lastCallArgs("IOPCItemMgt::AddItems"));
-            assertEquals(3, results.calls.size());
-            assertSame(ids[0], results.calls.get(0).itemId());
-            assertEquals(VT_R8, results.calls.get(0).type());
-            assertEquals(3, results.calls.get(0).rights());
-            assertEquals(0, results.calls.get(0).error());
-            assertEquals(OPC_E_UNKNOWNITEMID, results.calls.get(1).error());
-            assertEquals(1, results.calls.get(2).rights());
-
-            int[] handles = {results.calls.get(0).serverHandle(), results.calls.get(2).serverHandle(), 999_999};
+            int[] handles = {handle(added, 0), handle(added, 2), 999_999};
             assertArrayEquals(new int[] {0, 0, OPC_E_INVALIDHANDLE}, OpcItemMgt.setActiveState(itemMgt, handles, false));
             assertTrue(SimControl.lastCallArgs("IOPCItemMgt::SetActiveState").contains("active=0"),
                     SimControl.lastCallArgs("IOPCItemMgt::SetActiveState"));
@@ -66,53 +67,38 @@ class OpcItemMgtTest {
     }
 
     @Test
-    void validateItemsLeavesNothingOnTheServerAndGoesOnAfterAFailedCall() {
+    void argumentAndResultProblemsAreLoggedAndServerFailuresRaised() {
         try (SimFixture sim = SimFixture.open(); LogCapture log = new LogCapture()) {
-            long itemMgt = sim.query(sim.addGroup("g")[0], SimFixture.IID_IOPCITEMMGT);
-            Results results = new Results();
-            OpcItemMgt.validateItems(itemMgt, new String[] {"Simulation.Static.BSTR", null}, new int[2],
-                    new boolean[2], new int[2], results);
-            assertEquals(2, results.calls.size());
-            assertEquals(VT_BSTR, results.calls.get(0).type());
-            assertEquals(0, results.calls.get(0).error());
-            assertNull(results.calls.get(1).itemId());
-            assertTrue(results.calls.get(1).error() < 0);
-
-            SimControl.failNext("IOPCItemMgt::ValidateItems", E_FAIL, 1);
-            HresultException failed = assertThrows(HresultException.class, () -> OpcItemMgt.validateItems(itemMgt,
-                    new String[] {"Simulation.Static.R8"}, new int[1], new boolean[1], new int[1], new Results()));
-            assertEquals("IOPCItemMgt::validateItems", failed.getOperation());
-            assertEquals(List.of("ItemMgmt::ValidateItems ->Hresults is null"), log.texts());
-        }
-    }
-
-    @Test
-    void argumentAndResultProblemsAreLoggedNotThrown() {
-        try (SimFixture sim = SimFixture.open(); LogCapture log = new LogCapture()) {
-            long itemMgt = sim.query(sim.addGroup("g")[0], SimFixture.IID_IOPCITEMMGT);
-            OpcItemMgt.addItems(itemMgt, null, new int[0], new boolean[0], new int[0], new Results());
-            OpcItemMgt.addItems(itemMgt, new String[0], new int[0], new boolean[0], new int[0], new Results());
-            OpcItemMgt.validateItems(0, new String[1], new int[1], new boolean[1], new int[1], new Results());
-            OpcItemMgt.validateItems(itemMgt, new String[0], new int[0], new boolean[0], new int[0], new Results());
+            long itemMgt = sim.group("g", 1000).itemMgt();
+            OpcItemMgt.addItems(itemMgt, null, new int[0], new boolean[0], new int[0], new Recorder());
+            OpcItemMgt.addItems(itemMgt, new String[0], new int[0], new boolean[0], new int[0], new Recorder());
+            OpcItemMgt.validateItems(0, new String[1], new int[1], new boolean[1], new int[1], new Recorder());
+            OpcItemMgt.validateItems(itemMgt, new String[0], new int[0], new boolean[0], new int[0], new Recorder());
             assertNull(OpcItemMgt.removeItems(itemMgt, null));
             assertNull(OpcItemMgt.removeItems(itemMgt, new int[0]));
             assertNull(OpcItemMgt.setActiveState(0, new int[] {1}, true));
             assertNull(OpcItemMgt.setActiveState(itemMgt, new int[0], true));
-            assertEquals(0, SimControl.callCount("IOPCItemMgt::AddItems")
-                    + SimControl.callCount("IOPCItemMgt::ValidateItems")
-                    + SimControl.callCount("IOPCItemMgt::RemoveItems")
-                    + SimControl.callCount("IOPCItemMgt::SetActiveState"));
+            assertEquals(0, SimControl.callCount("IOPCItemMgt::AddItems") + SimControl.callCount("IOPCItemMgt::ValidateItems")
+                    + SimControl.callCount("IOPCItemMgt::RemoveItems") + SimControl.callCount("IOPCItemMgt::SetActiveState"));
 
-            // A null id is sent as the empty id; a null collector still adds the items.
-            Results results = new Results();
+            // A null id is sent as the empty id, which the server refuses.
+            Recorder results = new Recorder();
+            OpcItemMgt.validateItems(itemMgt, new String[] {"Simulation.Static.BSTR", null}, new int[2], new boolean[2],
+                    new int[2], results);
             OpcItemMgt.addItems(itemMgt, new String[] {null}, new int[1], new boolean[1], new int[1], results);
-            assertTrue(results.calls.get(0).error() < 0);
+            assertEquals("item Simulation.Static.BSTR type=8 rights=3 error=0", results.calls().get(0));
+            assertTrue(results.calls().subList(1, 3).stream().allMatch(c -> c.matches("item null .* error=-\\d+")),
+                    results.calls()::toString);
             SimControl.setNullResults("IOPCItemMgt::AddItems", true);
-            OpcItemMgt.addItems(itemMgt, new String[] {"Simulation.Static.I4"}, new int[1], new boolean[1],
-                    new int[1], results);
+            OpcItemMgt.addItems(itemMgt, new String[] {"Simulation.Static.I4"}, new int[1], new boolean[1], new int[1],
+                    results);
             SimControl.setNullResults("IOPCItemMgt::RemoveItems", true);
             assertNull(OpcItemMgt.removeItems(itemMgt, new int[] {1}));
+            SimControl.failNext("IOPCItemMgt::ValidateItems", E_FAIL, 1);
+            fails("IOPCItemMgt::validateItems", () -> OpcItemMgt.validateItems(itemMgt,
+                    new String[] {"Simulation.Static.R8"}, new int[1], new boolean[1], new int[1], new Recorder()));
 
+            assertEquals(3, results.calls().size());
             assertEquals(List.of("ItemMgmt::AddItems->incoming argument is not valid",
                     "ItemMgmt::AddItems->No of items to be added is 0 or mgt is NULL",
                     "ItemMgmt::ValidateItems ->incoming argument is null",
@@ -123,7 +109,37 @@ class OpcItemMgtTest {
                     "OpcItemMgt::setActiveState->GetArrayLength is zero",
                     "ItemMgt::AddItems- Item Id inside Item ID array is null",
                     "ItemMgmt::AddItems->HRESULTS is null",
-                    "ItemMgmt::Remove Items -HRESULTs array is null "), log.texts());
+                    "ItemMgmt::Remove Items -HRESULTs array is null ",
+                    "ItemMgmt::ValidateItems ->Hresults is null"), log.texts());
         }
+    }
+
+    @Test
+    void collectorsThatThrowOrLackTheirMethodStillHaveTheItemsAdded() {
+        try (SimFixture sim = SimFixture.open(); LogCapture log = new LogCapture()) {
+            long itemMgt = sim.group("g", 1000).itemMgt();
+            String[] ids = {"Simulation.Static.R8", "Simulation.Static.I4"};
+            Recorder throwing = new Recorder("item ");
+            IllegalStateException thrown = assertThrows(IllegalStateException.class,
+                    () -> OpcItemMgt.addItems(itemMgt, ids, new int[2], new boolean[2], new int[2], throwing));
+            assertEquals(throwing.calls().get(0), thrown.getMessage());
+            assertEquals(2, throwing.calls().size());
+            assertArrayEquals(new int[] {0, 0}, OpcItemMgt.removeItems(itemMgt,
+                    new int[] {handle(throwing, 0), handle(throwing, 1)}));
+
+            assertThrows(NoSuchMethodError.class,
+                    () -> OpcItemMgt.addItems(itemMgt, ids, new int[2], new boolean[2], new int[2], new Object()));
+            assertEquals(2, SimControl.callCount("IOPCItemMgt::AddItems"));
+            assertEquals(List.of("ItemMgmt::AddItems->Method is null"), log.texts());
+        }
+    }
+
+    @Test
+    void tenThousandItemsPassEveryPerItemPathWithoutJniWarnings() {
+        // A child process: its own output is where the JVM reports local references left to pile up.
+        ChildJvm.Result child = ChildJvm.run("bulk", "10000");
+        assertEquals(0, child.exitCode(), child.output());
+        child.assertPrinted("added 10000", "read 10000", "changed all true other 0", "completed 10000", "deleted 1",
+                "removed 10000 failed 0", "live objects 0");
     }
 }

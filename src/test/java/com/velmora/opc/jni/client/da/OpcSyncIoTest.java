@@ -1,43 +1,57 @@
 package com.velmora.opc.jni.client.da;
 
+import static com.velmora.opc.testsupport.Codes.E_FAIL;
+import static com.velmora.opc.testsupport.Codes.E_INVALIDARG;
+import static com.velmora.opc.testsupport.Codes.OPC_E_BADRIGHTS;
+import static com.velmora.opc.testsupport.Codes.OPC_E_BADTYPE;
+import static com.velmora.opc.testsupport.Codes.OPC_E_RANGE;
+import static com.velmora.opc.testsupport.Codes.S_FALSE;
+import static com.velmora.opc.testsupport.Codes.VT_ARRAY;
+import static com.velmora.opc.testsupport.Codes.VT_BOOL;
+import static com.velmora.opc.testsupport.Codes.VT_BSTR;
+import static com.velmora.opc.testsupport.Codes.VT_DATE;
+import static com.velmora.opc.testsupport.Codes.VT_I2;
+import static com.velmora.opc.testsupport.Codes.VT_I4;
+import static com.velmora.opc.testsupport.Codes.VT_R8;
+import static com.velmora.opc.testsupport.SimFixture.fails;
+import static com.velmora.opc.testsupport.SimFixture.readBack;
 import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertNotEquals;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
-import com.velmora.opc.jni.HresultException;
+import com.velmora.opc.OpcEnv;
+import com.velmora.opc.jni.ComObjectClient;
 import com.velmora.opc.testsupport.LedgerCheck;
 import com.velmora.opc.testsupport.LogCapture;
+import com.velmora.opc.testsupport.Recorder;
 import com.velmora.opc.testsupport.SimControl;
 import com.velmora.opc.testsupport.SimFixture;
+import com.velmora.opc.testsupport.Throwing;
+import java.util.Arrays;
 import java.util.List;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.extension.ExtendWith;
 
 @ExtendWith(LedgerCheck.class)
 class OpcSyncIoTest {
-    private static final int E_FAIL = 0x80004005;
-    private static final int OPC_E_BADRIGHTS = 0xC0040006;
 
-    /** A group with the items added; the handles of the group's IOPCSyncIO and of the items. */
-    private record Group(long syncIo, int[] items) {}
-
-    private static Group group(SimFixture sim, String... ids) {
-        long unknown = sim.addGroup("g")[0];
-        int[] items = sim.addItems(sim.query(unknown, SimFixture.IID_IOPCITEMMGT), ids);
-        return new Group(sim.query(unknown, SimFixture.IID_IOPCSYNCIO), items);
+    /** What the write listener hears of a synchronous write. */
+    private static String written(int hr, int count, int[] handles, int[] errors) {
+        return "issued write sync " + hr + " " + count + " 0 " + Arrays.toString(handles) + " " + Arrays.toString(errors);
     }
 
     @Test
     void everyItemReachesItsMethodInRequestOrderWithItsServerHandle() {
         try (SimFixture sim = SimFixture.open()) {
-            Group g = group(sim, "Simulation.Static.I2", "Simulation.Static.BOOL", "Simulation.Static.BSTR",
-                    "Simulation.Array.R8", "Simulation.Unsupported.I8", "Simulation.Access.WriteOnly",
-                    "Simulation.Quality.Bad", "Simulation.Array.BOOL", "Simulation.Static.UI4");
+            SimFixture.Group g = sim.group("g", 1000, "Simulation.Static.I2", "Simulation.Static.BOOL",
+                    "Simulation.Static.BSTR", "Simulation.Array.R8", "Simulation.Unsupported.I8",
+                    "Simulation.Access.WriteOnly", "Simulation.Quality.Bad", "Simulation.Array.BOOL",
+                    "Simulation.Static.UI4");
             int[] h = g.items();
-            RecordingReceiver receiver = new RecordingReceiver();
+            Recorder receiver = new Recorder();
             long before = System.currentTimeMillis() - 1000;
             OpcSyncIo.read(g.syncIo(), h, false, receiver);
-
             assertEquals(List.of(
                     "numeric " + h[0] + " -1234.0 q192 e0 sync",
                     "boolean " + h[1] + " true q192 e0 sync",
@@ -48,7 +62,7 @@ class OpcSyncIoTest {
                     "numeric " + h[6] + " -1.0 q24 e0 sync",
                     "string " + h[7] + " [true,false] q192 e0 sync",
                     "numeric " + h[8] + " 4.0E9 q192 e0 sync"), receiver.calls());
-            assertTrue(receiver.timestamps.get(0) > before, "timestamp " + receiver.timestamps.get(0));
+            assertTrue((long) receiver.records().get(0).args()[0] > before, receiver.records().get(0)::toString);
             assertTrue(SimControl.lastCallArgs("IOPCSyncIO::Read").startsWith("source=2 count=9 handles=" + h[0] + ","));
 
             OpcSyncIo.read(g.syncIo(), new int[] {h[2], h[0]}, true, receiver);
@@ -58,37 +72,47 @@ class OpcSyncIoTest {
     }
 
     @Test
-    void nullStringsAndArraysArriveEmptyAndPerItemErrorsAsUpdateError() {
+    void nullStringsAndArraysArriveEmptyPerItemErrorsAsUpdateErrorAndNativeExceptionsAreLogged() {
         try (SimFixture sim = SimFixture.open(); LogCapture log = new LogCapture()) {
-            Group g = group(sim, "Simulation.Static.BSTR", "Simulation.Array.R8", "Simulation.Array.I4",
-                    "Simulation.Static.R8");
+            SimFixture.Group g = sim.group("g", 1000, "Simulation.Static.BSTR", "Simulation.Array.R8",
+                    "Simulation.Array.I4", "Simulation.Static.R8");
             int[] h = g.items();
             SimControl.setNullResults("values", true);
             SimControl.setItemError("Simulation.Static.R8", OPC_E_BADRIGHTS);
-            RecordingReceiver receiver = new RecordingReceiver();
+            Recorder receiver = new Recorder();
             OpcSyncIo.read(g.syncIo(), h, true, receiver);
             assertEquals(List.of(
                     "string " + h[0] + " [] q192 e0 sync",
                     "string " + h[1] + " [] q192 e0 sync",
                     "string " + h[2] + " [] q192 e0 sync",
                     "error " + h[3] + " q0 e" + OPC_E_BADRIGHTS + " sync"), receiver.calls());
-            assertEquals(List.of("OpcSyncIO::read -> SafeArray -double is null",
-                    "OpcSyncIO::read -> SafeArray -char is null"), log.texts());
+
+            OpcEnv.initThread();
+            long throwing = Throwing.createServer();
+            long syncIo = Throwing.syncIo(throwing);
+            assertNotEquals(0, syncIo);
+            OpcSyncIo.read(syncIo, new int[] {1}, true, receiver);
+            ComObjectClient.release(syncIo);
+            ComObjectClient.release(throwing);
+            assertEquals(4, receiver.calls().size());
+            assertEquals(List.of("OpcSyncIO::read -> SafeArray -double is null", "OpcSyncIO::read -> SafeArray -char is null",
+                    "Unexpected exception in SyncIo2::Read."), log.texts());
         }
     }
 
     @Test
-    void failuresBeforeAndAfterTheServerCall() {
+    void failuresBeforeDuringAndAfterTheServerCall() {
         try (SimFixture sim = SimFixture.open(); LogCapture log = new LogCapture()) {
-            Group g = group(sim, "Simulation.Static.R8");
-            RecordingReceiver receiver = new RecordingReceiver();
-
-            OpcSyncIo.read(0, g.items(), true, receiver);
+            SimFixture.Group g = sim.group("g", 1000, "Simulation.Static.BSTR", "Simulation.Array.BSTR",
+                    "Simulation.Static.R8");
+            int[] items = g.items();
+            Recorder receiver = new Recorder();
+            OpcSyncIo.read(0, items, true, receiver);
             OpcSyncIo.read(g.syncIo(), null, true, receiver);
             OpcSyncIo.read(g.syncIo(), new int[0], true, receiver);
             assertEquals(0, SimControl.callCount("IOPCSyncIO::Read"));
 
-            OpcSyncIo.read(g.syncIo(), g.items(), true, null);
+            OpcSyncIo.read(g.syncIo(), items, true, null);
             // A receiver without all four methods gets nothing; the failed look-up is what Java sees.
             Object partial = new Object() {
                 @SuppressWarnings("unused")
@@ -96,10 +120,23 @@ class OpcSyncIoTest {
                     receiver.updateNumeric(h, v, t, q, e, s);
                 }
             };
-            assertThrows(NoSuchMethodError.class, () -> OpcSyncIo.read(g.syncIo(), g.items(), true, partial));
+            assertThrows(NoSuchMethodError.class, () -> OpcSyncIo.read(g.syncIo(), items, true, partial));
             SimControl.setNullResults("IOPCSyncIO::Read", true);
-            OpcSyncIo.read(g.syncIo(), g.items(), true, receiver);
+            OpcSyncIo.read(g.syncIo(), items, true, receiver);
+            SimControl.setNullResults("IOPCSyncIO::Read", false);
             assertEquals(3, SimControl.callCount("IOPCSyncIO::Read"));
+            assertEquals(List.of(), receiver.calls());
+
+            // A receiver that throws still gets every item; the first exception is what Java sees.
+            Recorder throwing = new Recorder("string ");
+            IllegalStateException thrown = assertThrows(IllegalStateException.class,
+                    () -> OpcSyncIo.read(g.syncIo(), items, true, throwing));
+            assertEquals(throwing.calls().get(0), thrown.getMessage());
+            assertEquals(3, throwing.calls().size(), throwing.calls()::toString);
+
+            SimControl.failNext("IOPCSyncIO::Read", E_FAIL, 1);
+            assertEquals(E_FAIL, fails("IOPCSyncIO::Read", () -> OpcSyncIo.read(g.syncIo(), items, false, receiver))
+                    .getHresult());
             assertEquals(List.of(), receiver.calls());
             assertEquals(List.of("OpcSyncIo:read->argument is null",
                     "OpcSyncIO::read -> serverHandles is null",
@@ -111,16 +148,115 @@ class OpcSyncIoTest {
     }
 
     @Test
-    void aFailedReadRaisesHresultExceptionAndDeliversNothing() {
+    void singleWritesSendTheirTypeRefuseBadValuesAndPassServerResultsThrough() {
+        try (SimFixture sim = SimFixture.open(); LogCapture log = new LogCapture()) {
+            SimFixture.Group g = sim.group("w", 1000, "Simulation.Static.BOOL", "Simulation.Static.I4",
+                    "Simulation.Static.UI4", "Simulation.Static.BSTR", "Simulation.Array.I4", "Simulation.Static.R8",
+                    "Simulation.Access.ReadOnly");
+            int[] h = g.items();
+            long io = g.syncIo();
+            assertEquals(0, OpcSyncIo.writeBoolean(io, h[0], true));
+            assertEquals("count=1 handles=" + h[0] + " types=11", SimControl.lastCallArgs("IOPCSyncIO::Write"));
+            assertEquals(0, OpcSyncIo.writeNumeric(io, h[1], VT_I4, 12.9));
+            assertEquals(0, OpcSyncIo.writeNumeric(io, h[2], 19, -1.0));
+            assertEquals(0, OpcSyncIo.writeString(io, h[3], "x,y \u00fcn\u00ef \u20ac", VT_BSTR));
+            assertEquals(0, OpcSyncIo.writeString(io, h[4], "1, 2,-3", VT_ARRAY | VT_I4));
+            assertEquals("count=1 handles=" + h[4] + " types=8195", SimControl.lastCallArgs("IOPCSyncIO::Write"));
+            assertEquals(List.of("boolean true", "numeric 12.0", "numeric 4.294967295E9",
+                    "string [x,y \u00fcn\u00ef \u20ac]", "string [1,2,-3]"), readBack(io, Arrays.copyOf(h, 5)));
+
+            // Values that cannot be converted never reach the server.
+            SimControl.clearCalls();
+            for (String text : List.of("1,a", "1,,3", "70000")) {
+                assertEquals(OPC_E_RANGE, OpcSyncIo.writeString(io, h[5], text, VT_ARRAY | VT_I2), text);
+            }
+            assertEquals(OPC_E_RANGE, OpcSyncIo.writeString(io, h[5], "5", VT_I4));
+            assertEquals(-1, OpcSyncIo.writeString(io, h[5], null, VT_BSTR));
+            assertEquals("[OpcEnv::setNumericValue] Variant is not numeric.", assertThrows(
+                    NumberFormatException.class, () -> OpcSyncIo.writeNumeric(io, h[5], VT_BSTR, 1.0)).getMessage());
+            assertEquals(List.of(-1, -1, -1), List.of(OpcSyncIo.writeBoolean(0, h[5], true),
+                    OpcSyncIo.writeNumeric(0, h[5], VT_I4, 1.0), OpcSyncIo.writeString(0, h[5], "1", VT_BSTR)));
+            assertEquals(0, SimControl.callCount("IOPCSyncIO::Write"));
+
+            assertEquals(OPC_E_BADRIGHTS, OpcSyncIo.writeNumeric(io, h[6], VT_R8, 1.0));
+            assertEquals(OPC_E_BADTYPE, OpcSyncIo.writeString(io, h[5], "1,2", VT_ARRAY | VT_R8));
+            SimControl.setNullResults("IOPCSyncIO::Write", true);
+            assertEquals(0, OpcSyncIo.writeBoolean(io, h[6], false));
+            SimControl.setNullResults("IOPCSyncIO::Write", false);
+            SimControl.failNext("IOPCSyncIO::Write", E_FAIL, 1);
+            assertEquals(E_FAIL, fails("IOPCSyncIO::Write",
+                    () -> OpcSyncIo.writeString(io, h[5], "1.5,2.5", VT_ARRAY | VT_R8)).getHresult());
+            assertEquals(List.of(new LogCapture.Line("ERROR", "OpcSyncIO:writeBoolean->argument is null"),
+                    new LogCapture.Line("ERROR", "OpcSyncIO:writeNumeric->argument is null"),
+                    new LogCapture.Line("ERROR", "OpcSyncIO:writeString->argument is null")), log.lines());
+        }
+    }
+
+    @Test
+    void writeArrayBuildsEachValueByItsTypeAndReportsThroughTheListenerOrTheLog() {
+        try (SimFixture sim = SimFixture.open(); LogCapture log = new LogCapture()) {
+            SimFixture.Group g = sim.group("w", 1000, "Simulation.Static.R8", "Simulation.Static.BOOL",
+                    "Simulation.Array.I4", "Simulation.Static.BSTR", "Simulation.Access.ReadOnly", "Simulation.Static.I2",
+                    "Simulation.Unsupported.DATE", "Simulation.Array.R8");
+            int[] h = g.items();
+            long io = g.syncIo();
+            Recorder returns = new Recorder();
+            int[] types = {VT_R8, VT_BOOL, VT_ARRAY | VT_I4, VT_BSTR, VT_R8, VT_I2, VT_DATE, VT_ARRAY | VT_R8};
+            String[] values = {" 12.5xyz", "True", "1,x", "h\u00e9llo \u20ac", "1", "-7.9e1", "2024", "0.5, 1e2"};
+            assertEquals(S_FALSE, OpcSyncIo.writeArray(io, 8, h, types, values, returns));
+            String sent = SimControl.lastCallArgs("IOPCSyncIO::Write");
+            assertEquals("types=5,11,0,8,5,2,0,8197", sent.substring(sent.indexOf("types=")));
+            int[] errors = {0, 0, OPC_E_BADTYPE, 0, OPC_E_BADRIGHTS, 0, OPC_E_BADTYPE, 0};
+            assertEquals(written(S_FALSE, 8, h, errors), returns.last());
+            assertEquals(0, returns.records().get(0).args()[4]);
+            assertEquals(List.of("numeric 12.5", "boolean false", "string [h\u00e9llo \u20ac]", "numeric -79.0",
+                    "string [0.5,100.0]"), readBack(io, h[0], h[1], h[3], h[5], h[7]));
+
+            // All accepted: no error array. Only the first count items are written.
+            assertEquals(0, OpcSyncIo.writeArray(io, 2, h, types, new String[] {"abc", "true", "9"}, returns));
+            assertEquals(written(0, 2, h, null), returns.last());
+            assertEquals(List.of("numeric 0.0", "boolean true"), readBack(io, h[0], h[1]));
+
+            SimControl.clearCalls();
+            SimControl.failNext("IOPCSyncIO::Write", E_FAIL, 1);
+            assertEquals(E_FAIL, OpcSyncIo.writeArray(io, 1, h, types, values, returns));
+            assertEquals(written(E_FAIL, 1, h, null), returns.last());
+            assertEquals(E_INVALIDARG, OpcSyncIo.writeArray(io, 0, h, types, values, returns));
+            assertEquals(written(E_INVALIDARG, 0, h, null), returns.last());
+            assertEquals(0, OpcSyncIo.writeArray(0, 1, h, types, values, returns));
+            assertEquals(0, OpcSyncIo.writeArray(io, -1, h, types, values, returns));
+            assertEquals(0, OpcSyncIo.writeArray(io, 9, h, types, values, returns));
+            assertEquals(2, SimControl.callCount("IOPCSyncIO::Write"));
+            assertEquals(4, returns.calls().size());
+            // The write happens; only its report is lost or fails in Java.
+            assertEquals(0, OpcSyncIo.writeArray(io, 1, h, types, values, null));
+            assertThrows(NoSuchMethodError.class, () -> OpcSyncIo.writeArray(io, 1, h, types, values, new Object()));
+            assertEquals(4, SimControl.callCount("IOPCSyncIO::Write"));
+            assertEquals(List.of("OpcEnv::write->sio is null", "Unexpected exception in OpcEnv::write.",
+                    "Unexpected exception in OpcEnv::write.", "OpcEnv::write - jclass object clazz is null",
+                    "OpcEnv::write - jni method ids are null"), log.texts());
+        }
+    }
+
+    @Test
+    void tenThousandItemsInOneWrite() {
+        // One local reference per item at a time: -Xcheck:jni reports more than 32 held at once.
         try (SimFixture sim = SimFixture.open()) {
-            Group g = group(sim, "Simulation.Static.R8");
-            RecordingReceiver receiver = new RecordingReceiver();
-            SimControl.failNext("IOPCSyncIO::Read", E_FAIL, 1);
-            HresultException failed = assertThrows(HresultException.class,
-                    () -> OpcSyncIo.read(g.syncIo(), g.items(), false, receiver));
-            assertEquals(E_FAIL, failed.getHresult());
-            assertEquals("IOPCSyncIO::Read", failed.getOperation());
-            assertEquals(List.of(), receiver.calls());
+            int n = 10_000;
+            String[] ids = new String[n];
+            int[] types = new int[n];
+            String[] values = new String[n];
+            for (int i = 0; i < n; i++) {
+                ids[i] = (i % 2 == 0 ? "Bench.R8." : "Bench.Str.") + i;
+                types[i] = i % 2 == 0 ? VT_R8 : VT_BSTR;
+                values[i] = i % 2 == 0 ? i + ".25" : "written " + i;
+            }
+            SimFixture.Group g = sim.group("w", 1000, ids);
+            Recorder returns = new Recorder();
+            assertEquals(0, OpcSyncIo.writeArray(g.syncIo(), n, g.items(), types, values, returns));
+            assertEquals(written(0, n, g.items(), null), returns.last());
+            assertEquals(List.of("numeric 9998.25", "string [written 9999]"),
+                    readBack(g.syncIo(), g.items()).subList(n - 2, n));
         }
     }
 }

@@ -1,5 +1,8 @@
 package com.velmora.opc.jni.client.da;
 
+import static com.velmora.opc.testsupport.Codes.E_FAIL;
+import static com.velmora.opc.testsupport.Codes.E_INVALIDARG;
+import static com.velmora.opc.testsupport.Codes.IID_IOPCSECURITYNT;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertTrue;
@@ -13,21 +16,20 @@ import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.extension.ExtendWith;
 
 @ExtendWith(LedgerCheck.class)
-class OpcNTSecurityNativeTest {
-    private static final String IID = "{7AA83A01-6C77-11D3-84F9-00008630A38B}";
+class OpcNTSecurityTest {
     private static final String MIN_LEVEL = "IOPCSecurityNT::QueryMinImpersonationLevel";
 
     @Test
     void answersAsTheServerDoesAndStopsChangeUserWithoutAProxy() {
         try (SimFixture sim = SimFixture.open(); LogCapture log = new LogCapture()) {
-            long nt = sim.query(sim.server, IID);
+            long nt = sim.query(sim.server, IID_IOPCSECURITYNT);
             assertTrue(OpcNTSecurity.isAvailableNT(nt));
-            SimControl.failNext("IOPCSecurityNT::IsAvailableNT", 0x80004005, 1);
+            SimControl.failNext("IOPCSecurityNT::IsAvailableNT", E_FAIL, 1);
             assertFalse(OpcNTSecurity.isAvailableNT(nt));
             assertEquals(2, OpcNTSecurity.queryImpersonationLevel(nt));
-            SimControl.failNext(MIN_LEVEL, 0x80070057, 1);
+            SimControl.failNext(MIN_LEVEL, E_INVALIDARG, 1);
             assertEquals(-1, OpcNTSecurity.queryImpersonationLevel(nt));
-            SimControl.failNext(MIN_LEVEL, 0x80004005, 1);
+            SimControl.failNext(MIN_LEVEL, E_FAIL, 1);
             assertEquals(0, OpcNTSecurity.queryImpersonationLevel(nt));
 
             // In process there is no IClientSecurity: E_NOINTERFACE, and the server is never asked.

@@ -1,50 +1,45 @@
 package com.velmora.opc.jni.client.da;
 
+import static com.velmora.opc.testsupport.Codes.IID_IOPCITEMPROPERTIES;
+import static com.velmora.opc.testsupport.Codes.OPC_E_UNKNOWNITEMID;
+import static com.velmora.opc.testsupport.SimFixture.fails;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertNull;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
-import com.velmora.opc.jni.HresultException;
 import com.velmora.opc.testsupport.LedgerCheck;
 import com.velmora.opc.testsupport.LogCapture;
+import com.velmora.opc.testsupport.Recorder;
 import com.velmora.opc.testsupport.SimControl;
 import com.velmora.opc.testsupport.SimFixture;
-import java.util.ArrayList;
 import java.util.List;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.extension.ExtendWith;
-import org.junit.jupiter.api.function.Executable;
 
 @ExtendWith(LedgerCheck.class)
-class OpcItemPropertiesNativeTest {
-    private static final String IID_IOPCITEMPROPERTIES = "{39C13A72-011E-11D0-9675-0020AFD8ADB3}";
+class OpcItemPropertiesTest {
     private static final String R8 = "Simulation.Static.R8";
     private static final int VALUE = 2;
     private static final int DESCRIPTION = 101;
-
-    record Property(int id, String description, int type) {}
 
     @Test
     void listingDeliversEveryPropertyInOrderAndGoesOnPastAThrowingCollector() {
         try (SimFixture sim = SimFixture.open(); LogCapture log = new LogCapture()) {
             long props = sim.query(sim.server, IID_IOPCITEMPROPERTIES);
-            List<Property> listed = new ArrayList<>();
-            OpcItemProperties.queryAvailableProperties(props, R8,
-                    (PropertyCollector) (id, text, type) -> listed.add(new Property(id, text, type)));
-            assertEquals(List.of(1, 2, 3, 4, 5, 6, 100, 101, 102, 103), listed.stream().map(Property::id).toList());
-            assertEquals(new Property(2, "Item Value", 12), listed.get(1));
-            assertEquals(new Property(103, "Low EU", 5), listed.get(9));
+            Recorder listed = new Recorder();
+            OpcItemProperties.queryAvailableProperties(props, R8, listed);
+            assertEquals(List.of(1, 2, 3, 4, 5, 6, 100, 101, 102, 103),
+                    listed.calls().stream().map(c -> Integer.parseInt(c.split(" ")[1])).toList());
+            assertEquals("property 2 Item Value 12", listed.calls().get(1));
+            assertEquals("property 103 Low EU 5", listed.calls().get(9));
 
-            List<Integer> offered = new ArrayList<>();
+            Recorder throwing = new Recorder("property");
             IllegalStateException thrown = assertThrows(IllegalStateException.class,
-                    () -> OpcItemProperties.queryAvailableProperties(props, R8, (PropertyCollector) (id, text, type) -> {
-                        offered.add(id);
-                        throw new IllegalStateException("property " + id);
-                    }));
-            assertEquals("property 1", thrown.getMessage());
-            assertEquals(10, offered.size());
+                    () -> OpcItemProperties.queryAvailableProperties(props, R8, throwing));
+            assertEquals(listed.calls().get(0), thrown.getMessage());
+            assertEquals(listed.calls(), throwing.calls());
             assertEquals(List.of(), log.texts());
         }
     }
@@ -61,9 +56,8 @@ class OpcItemPropertiesNativeTest {
                     () -> OpcItemProperties.getNumericProperty(props, R8, DESCRIPTION)).getMessage());
 
             assertTrue(OpcItemProperties.getBooleanProperty(props, "Simulation.Static.BOOL", VALUE));
-            long group = sim.addGroup("g")[0];
-            int handle = sim.addItems(sim.query(group, SimFixture.IID_IOPCITEMMGT), "Simulation.Static.BOOL")[0];
-            assertEquals(0, OpcSyncIo.writeBoolean(sim.query(group, SimFixture.IID_IOPCSYNCIO), handle, false));
+            SimFixture.Group g = sim.group("g", 1000, "Simulation.Static.BOOL");
+            assertEquals(0, OpcSyncIo.writeBoolean(g.syncIo(), g.items()[0], false));
             assertFalse(OpcItemProperties.getBooleanProperty(props, "Simulation.Static.BOOL", VALUE));
 
             SimControl.setNullResults("values", true);
@@ -74,21 +68,17 @@ class OpcItemPropertiesNativeTest {
         }
     }
 
-    private static void assertFails(int hr, String operation, Executable call) {
-        HresultException failed = assertThrows(HresultException.class, call);
-        assertEquals(hr, failed.getHresult());
-        assertEquals(operation, failed.getOperation());
-    }
-
     @Test
     void failuresRaiseTheirOwnOperationTextsAndMissingArgumentsAreLogged() {
         try (SimFixture sim = SimFixture.open(); LogCapture log = new LogCapture()) {
             long props = sim.query(sim.server, IID_IOPCITEMPROPERTIES);
             String call = "IOPCItemProperties::GetItemProperties";
-            assertFails(0xC0040203, call + "2", () -> OpcItemProperties.getBooleanProperty(props, R8, 9999));
-            assertFails(0xC0040007, call, () -> OpcItemProperties.getStringProperty(props, "No.Such", VALUE));
-            assertFails(0xC0040007, "IOPCItemProperties::QueryAvailableProperties",
-                    () -> OpcItemProperties.queryAvailableProperties(props, "No.Such", null));
+            assertEquals(0xC0040203, fails(call + "2", () -> OpcItemProperties.getBooleanProperty(props, R8, 9999))
+                    .getHresult());
+            assertEquals(OPC_E_UNKNOWNITEMID, fails(call, () -> OpcItemProperties.getStringProperty(props, "No.Such", VALUE))
+                    .getHresult());
+            assertEquals(OPC_E_UNKNOWNITEMID, fails("IOPCItemProperties::QueryAvailableProperties",
+                    () -> OpcItemProperties.queryAvailableProperties(props, "No.Such", null)).getHresult());
 
             OpcItemProperties.queryAvailableProperties(props, null, null);
             assertEquals(0.0, OpcItemProperties.getNumericProperty(0, R8, VALUE));
@@ -102,7 +92,7 @@ class OpcItemPropertiesNativeTest {
                     "OpcItemProperties::getStringProperty->argument is null",
                     "OpcItemProperties::QueryAvailableProperties->datatypes is null",
                     "OpcItemProperties::QueryAvailableProperties->Method is null"), log.texts());
-            assertEquals(List.of("ERROR"), log.lines().stream().map(LogCapture.Line::level).distinct().toList());
+            assertEquals(List.of("ERROR"), log.levels());
         }
     }
 }

@@ -1,13 +1,15 @@
 package com.velmora.opc.jni.client.common;
 
+import static com.velmora.opc.testsupport.Codes.CATID_OPCDASERVER20;
+import static com.velmora.opc.testsupport.Codes.E_ACCESSDENIED;
+import static com.velmora.opc.testsupport.Codes.E_FAIL;
+import static com.velmora.opc.testsupport.SimFixture.fails;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertNotNull;
 import static org.junit.jupiter.api.Assertions.assertNull;
 import static org.junit.jupiter.api.Assertions.assertSame;
-import static org.junit.jupiter.api.Assertions.assertThrows;
 
 import com.velmora.opc.client.BOpcDeviceDiscoveryResult;
-import com.velmora.opc.jni.HresultException;
 import com.velmora.opc.testsupport.LedgerCheck;
 import com.velmora.opc.testsupport.LogCapture;
 import com.velmora.opc.testsupport.SimControl;
@@ -16,18 +18,16 @@ import java.util.Arrays;
 import java.util.List;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.extension.ExtendWith;
-import org.junit.jupiter.api.function.Executable;
 
 @ExtendWith(LedgerCheck.class)
-class OpcServerList2NativeTest {
-    private static final String DA20 = "{63D5F432-CFE4-11D1-B2C8-0060083BA1FB}";
+class OpcServerList2Test {
 
     @Test
     void theSimulationServerIsFoundWithItsDetailsAndTheCallersOwnStrings() {
         try (SimFixture sim = SimFixture.open(); LogCapture log = new LogCapture()) {
             long serverLists = SimControl.liveObjects("serverlist");
             String host = new String("localhost");
-            String category = DA20.toLowerCase();
+            String category = CATID_OPCDASERVER20.toLowerCase();
             BOpcDeviceDiscoveryResult[] found = OpcServerList2.discoverServers(host, category);
             BOpcDeviceDiscoveryResult simulation = Arrays.stream(found)
                     .filter(r -> SimControl.CLSID.equals(r.getClsid())).findFirst().orElseThrow();
@@ -45,28 +45,24 @@ class OpcServerList2NativeTest {
         }
     }
 
-    private static void assertFails(String operation, Executable call) {
-        assertEquals(operation, assertThrows(HresultException.class, call).getOperation());
-    }
-
     @Test
     void failuresAreLoggedAsErrorsWithTheServersHresultPending() {
         try (SimFixture sim = SimFixture.open(); LogCapture log = new LogCapture()) {
-            assertNull(OpcServerList2.discoverServers(null, DA20));
-            assertFails("CoGetClassObject", () -> OpcServerList2.discoverServers("no-such-host.invalid", DA20));
-            SimControl.failNext("IOPCServerList2::EnumClassesOfCategories", 0x80004005, 1);
-            assertFails("IOPCServerList2::EnumClassesOfCategories",
-                    () -> OpcServerList2.discoverServers("localhost", DA20));
+            assertNull(OpcServerList2.discoverServers(null, CATID_OPCDASERVER20));
+            fails("CoGetClassObject", () -> OpcServerList2.discoverServers("no-such-host.invalid", CATID_OPCDASERVER20));
+            SimControl.failNext("IOPCServerList2::EnumClassesOfCategories", E_FAIL, 1);
+            fails("IOPCServerList2::EnumClassesOfCategories",
+                    () -> OpcServerList2.discoverServers("localhost", CATID_OPCDASERVER20));
             // Details that cannot be read end the fill.
-            SimControl.failNext("IOPCServerList2::GetClassDetails", 0x80070005, 1);
-            assertFails("IOPCServerList2::GetClassDetails", () -> OpcServerList2.discoverServers("localhost", DA20));
+            SimControl.failNext("IOPCServerList2::GetClassDetails", E_ACCESSDENIED, 1);
+            fails("IOPCServerList2::GetClassDetails", () -> OpcServerList2.discoverServers("localhost", CATID_OPCDASERVER20));
 
             assertEquals(List.of("OpcServerList::Construction failed, hostid or category id is null",
                     "OpcServerList::ServerList interface object is null",
                     "OpcServerList2 Failed to get class factory for IOPCServerList2",
                     "OpcServerList::ServerList interface object is null", "OpcServerList2 Failed to create enumerator",
                     "OpcServerList::Discovery enumerator object is null"), log.texts());
-            assertEquals(List.of("ERROR"), log.lines().stream().map(LogCapture.Line::level).distinct().toList());
+            assertEquals(List.of("ERROR"), log.levels());
         }
     }
 }

@@ -1,5 +1,7 @@
 package com.velmora.opc.jni.client.da;
 
+import static com.velmora.opc.testsupport.Codes.E_FAIL;
+import static com.velmora.opc.testsupport.Codes.IID_IOPCSECURITYPRIVATE;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertTrue;
@@ -13,18 +15,17 @@ import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.extension.ExtendWith;
 
 @ExtendWith(LedgerCheck.class)
-class OpcPrivateSecurityNativeTest {
-    private static final String IID = "{7AA83A02-6C77-11D3-84F9-00008630A38B}";
+class OpcPrivateSecurityTest {
 
     @Test
     void answersAsTheServerDoesAndNeverSendsCredentialsWithoutPrivacy() {
         try (SimFixture sim = SimFixture.open(); LogCapture log = new LogCapture()) {
-            long priv = sim.query(sim.server, IID);
+            long priv = sim.query(sim.server, IID_IOPCSECURITYPRIVATE);
             assertTrue(OpcPrivateSecurity.isAvailablePrivate(priv));
-            SimControl.failNext("IOPCSecurityPrivate::IsAvailablePriv", 0x80004005, 1);
+            SimControl.failNext("IOPCSecurityPrivate::IsAvailablePriv", E_FAIL, 1);
             assertFalse(OpcPrivateSecurity.isAvailablePrivate(priv));
             assertTrue(OpcPrivateSecurity.logoff(priv));
-            SimControl.failNext("IOPCSecurityPrivate::Logoff", 0x80004005, 1);
+            SimControl.failNext("IOPCSecurityPrivate::Logoff", E_FAIL, 1);
             assertFalse(OpcPrivateSecurity.logoff(priv));
 
             // In process there is no IClientSecurity to raise to packet privacy: E_NOINTERFACE.
