@@ -68,9 +68,17 @@ final class BenchGroup implements AutoCloseable {
         return server;
     }
 
-    /** An active group on the server with the items, every one of which must be accepted. */
+    /**
+     * An active group on the server with the items, every one of which must be accepted; no
+     * subscription update of its own comes while a benchmark runs.
+     */
     static BenchGroup open(long server, String name, String[] itemIds) {
-        long[] group = OpcDaServer.addGroup(server, name, true, UPDATE_RATE_MS, 1, 0, 0f, LOCALE_EN_US);
+        return open(server, name, itemIds, UPDATE_RATE_MS);
+    }
+
+    /** The same with the update rate in milliseconds. */
+    static BenchGroup open(long server, String name, String[] itemIds, int updateRateMs) {
+        long[] group = OpcDaServer.addGroup(server, name, true, updateRateMs, 1, 0, 0f, LOCALE_EN_US);
         if (group == null) throw new IllegalStateException("no group " + name);
         int n = itemIds.length;
         int[] clientHandles = new int[n];

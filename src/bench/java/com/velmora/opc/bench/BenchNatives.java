@@ -25,6 +25,31 @@ public final class BenchNatives {
         return path.isDirectory() ? path : path.getAbsoluteFile().getParentFile();
     }
 
+    private static String simulationProblem;
+    private static boolean simulationOpened;
+
+    /**
+     * Binds the simulation server's controls from the module beside libopc (the instance the server
+     * runs in); throws IllegalStateException when they cannot be bound.
+     */
+    static synchronized void requireSimulation() {
+        if (!simulationOpened) {
+            File module = new File(libraryDir(), System.mapLibraryName("opc_sim"));
+            simulationProblem = module.isFile() ? openSimulation(module.getAbsolutePath()) : "no " + module;
+            simulationOpened = true;
+        }
+        if (simulationProblem != null) throw new IllegalStateException(simulationProblem);
+    }
+
+    /** Binds the controls of the simulation module at the path; null when done, else why not. */
+    private static native String openSimulation(String modulePath);
+
+    /** While on, every item whose id starts with the prefix changes at every update of every group. */
+    public static native void changeEveryTick(String prefix, boolean on);
+
+    /** Microseconds the server spent on its last subscription update, without the time inside the callbacks. */
+    public static native double lastTickMicros();
+
     /** updateNumeric once per element, on this thread, with the given arguments. */
     public static native long[] numericFloor(Object receiver, int[] handles, double[] values, long[] timestamps,
             int[] qualities, int[] errors, boolean synchronous, int rounds);

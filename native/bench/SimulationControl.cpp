@@ -1,0 +1,85 @@
+// Steers the simulation server during a benchmark: its items changing at every subscription update,
+// and the server's own time for its last update. The module is opened by path, which yields the very
+// instance that the substrate loaded when the server was created.
+#include <dlfcn.h>
+
+#include <string>
+
+#include "Calls.h"
+
+using namespace opc::bench;
+
+namespace {
+
+struct Simulation {
+    void (*setChangeEveryTick)(const char*, int) = nullptr;
+    double (*lastTickMicros)() = nullptr;
+};
+
+Simulation simulation;
+
+class Utf {
+public:
+    Utf(JNIEnv* env, jstring s) : env_(env), s_(s), chars_(s ? env->GetStringUTFChars(s, nullptr) : nullptr) {}
+    ~Utf() {
+        if (chars_ != nullptr) env_->ReleaseStringUTFChars(s_, chars_);
+    }
+    Utf(const Utf&) = delete;
+    Utf& operator=(const Utf&) = delete;
+    const char* get() const noexcept { return chars_; }
+
+private:
+    JNIEnv* env_;
+    jstring s_;
+    const char* chars_;
+};
+
+bool bound(JNIEnv* env) {
+    if (simulation.lastTickMicros != nullptr) return true;
+    jclass cls = env->FindClass("java/lang/IllegalStateException");
+    if (cls != nullptr) env->ThrowNew(cls, "the simulation module is not open");
+    return false;
+}
+
+}  // namespace
+
+extern "C" {
+
+// Binds the controls of the module at the path; null when done, else why not.
+JNIEXPORT jstring JNICALL Java_com_velmora_opc_bench_BenchNatives_openSimulation(JNIEnv* env, jclass,
+                                                                               jstring modulePath) {
+    const Utf path(env, modulePath);
+    if (path.get() == nullptr) return env->NewStringUTF("no module path");
+    void* module = dlopen(path.get(), RTLD_NOW);  // kept open for the life of the process
+    if (module == nullptr) {
+        const char* why = dlerror();
+        return env->NewStringUTF(why != nullptr ? why : "dlopen failed");
+    }
+    Simulation found;
+    found.setChangeEveryTick = reinterpret_cast<void (*)(const char*, int)>(dlsym(module, "SimSetChangeEveryTick"));
+    found.lastTickMicros = reinterpret_cast<double (*)()>(dlsym(module, "SimLastTickMicros"));
+    if (found.setChangeEveryTick == nullptr || found.lastTickMicros == nullptr) {
+        return env->NewStringUTF((std::string(path.get()) + " lacks SimSetChangeEveryTick or SimLastTickMicros").c_str());
+    }
+    simulation = found;
+    return nullptr;
+}
+
+// While on, every item whose id starts with the prefix changes at every update of every group.
+JNIEXPORT void JNICALL Java_com_velmora_opc_bench_BenchNatives_changeEveryTick(JNIEnv* env, jclass, jstring prefix,
+                                                                             jboolean on) {
+    if (!bound(env)) return;
+    const Utf text(env, prefix);
+    if (text.get() == nullptr) {
+        throwIllegalArgument(env, "no prefix");
+        return;
+    }
+    simulation.setChangeEveryTick(text.get(), on ? 1 : 0);
+}
+
+// Microseconds the server spent on its last subscription update, without the time inside the callbacks.
+JNIEXPORT jdouble JNICALL Java_com_velmora_opc_bench_BenchNatives_lastTickMicros(JNIEnv* env, jclass) {
+    return bound(env) ? simulation.lastTickMicros() : 0.0;
+}
+
+}  // extern "C"
