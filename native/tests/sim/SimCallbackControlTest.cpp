@@ -1,29 +1,12 @@
 // The controls that shape how the server calls its clients back: completion on the caller's
 // thread, write completions on demand, items that change at every update, and the counts of
 // connections and callbacks.
-#include "SimSink.h"
+#include "SimFixture.h"
 
 #include <algorithm>
 #include <atomic>
 
 namespace {
-
-using namespace std::chrono_literals;
-
-template <typename I>
-ComPtr<I> as(IUnknown* object, const IID& iid) {
-    ComPtr<I> out;
-    EXPECT_EQ(S_OK, object->QueryInterface(iid, out.putVoid()));
-    return out;
-}
-
-VARIANT i4(LONG value) {
-    VARIANT v;
-    VariantInit(&v);
-    v.vt = VT_I4;
-    v.lVal = value;
-    return v;
-}
 
 // The value that a call carries for the client handle (fails the test when it carries none).
 double numberOf(const Sink::Call& call, OPCHANDLE client) {
@@ -37,43 +20,32 @@ std::u16string textOf(const Sink::Call& call, OPCHANDLE client) {
     return at == call.clients.end() ? u"<none>" : call.texts[at - call.clients.begin()];
 }
 
-double readNumber(IOPCSyncIO* io, OPCHANDLE handle) {
-    OPCITEMSTATE* states = nullptr;
-    HRESULT* errors = nullptr;
-    EXPECT_EQ(S_OK, io->Read(OPC_DS_DEVICE, 1, &handle, &states, &errors));
-    const double value = states ? Sink::number(states[0].vDataValue) : -1;
-    if (states) VariantClear(&states[0].vDataValue);
-    CoTaskMemFree(states);
-    CoTaskMemFree(errors);
-    return value;
+double readNumber(IUnknown* group, OPCHANDLE handle) {
+    ReadResult read(group, {handle});
+    EXPECT_EQ(S_OK, read.hr);
+    return read.states ? number(read.value(0)) : -1;
 }
 
 TEST_F(SimTest, InlineCompletionRunsRequestsOnTheCallerBeforeTheyReturn) {
     auto group = addGroup(u"G", 10);
     const auto h = addItems(group.get(), {"Simulation.Static.I4", "Simulation.Static.R8"});
     auto io = as<IOPCAsyncIO2>(group.get(), IID_IOPCAsyncIO2);
-    auto sync = as<IOPCSyncIO>(group.get(), IID_IOPCSyncIO);
-    auto* sink = new Sink();
     // A client that calls the group again from inside a completion must not find it locked.
     const auto caller = std::this_thread::get_id();
-    sink->onCall = [caller, &sync, &h](const std::string& kind) {
-        if (std::this_thread::get_id() != caller || kind == "cancel") return;
-        VARIANT v = i4(kind == "write" ? 11 : 12);
-        OPCHANDLE first = h[0];
-        HRESULT* errors = nullptr;
-        EXPECT_EQ(S_OK, sync->Write(1, &first, &v, &errors));
-        CoTaskMemFree(errors);
-    };
     ComPtr<IConnectionPoint> point;
-    const DWORD cookie = connect(group.get(), IID_IOPCDataCallback, static_cast<IOPCDataCallback*>(sink), &point);
+    DWORD cookie = 0;
+    Sink* sink = connect(group.get(), IID_IOPCDataCallback, &point, &cookie, [&](const std::string& kind) {
+        if (std::this_thread::get_id() == caller && kind != "cancel") {
+            EXPECT_EQ(std::vector<HRESULT>{S_OK}, write(group.get(), {h[0]}, {i4(kind == "write" ? 11 : 12)}));
+        }
+    });
 
     SimSetInlineCompletion(1);
     SimSetAsyncDelay(500);  // has no say over inline completions
     OPCHANDLE handles[] = {h[0], h[1]};
     DWORD cancel = 0;
-    HRESULT* errors = nullptr;
-    ASSERT_EQ(S_OK, io->Read(2, handles, 31, &cancel, &errors));
-    CoTaskMemFree(errors);
+    TaskMem<HRESULT> errors;
+    ASSERT_EQ(S_OK, io->Read(2, handles, 31, &cancel, errors.put()));
     auto reads = sink->calls("read");
     ASSERT_EQ(1u, reads.size());
     EXPECT_EQ(31u, reads[0].transaction);
@@ -82,13 +54,12 @@ TEST_F(SimTest, InlineCompletionRunsRequestsOnTheCallerBeforeTheyReturn) {
     EXPECT_EQ(E_FAIL, io->Cancel2(cancel));
 
     VARIANT v = i4(5);
-    ASSERT_EQ(S_OK, io->Write(1, handles, &v, 32, &cancel, &errors));
-    CoTaskMemFree(errors);
+    ASSERT_EQ(S_OK, io->Write(1, handles, &v, 32, &cancel, errors.put()));
     auto writes = sink->calls("write");
     ASSERT_EQ(1u, writes.size());
     EXPECT_EQ(32u, writes[0].transaction);
     EXPECT_EQ(caller, writes[0].thread);
-    EXPECT_EQ(11, readNumber(sync.get(), h[0]));  // written from inside the completion, after the request's 5
+    EXPECT_EQ(11, readNumber(group.get(), h[0]));  // written from inside the completion, after the request's 5
 
     ASSERT_EQ(S_OK, io->Refresh2(OPC_DS_DEVICE, 33, &cancel));
     auto refreshed = sink->calls("data");
@@ -102,15 +73,12 @@ TEST_F(SimTest, InlineCompletionRunsRequestsOnTheCallerBeforeTheyReturn) {
 
     // Reset returns completions to the server's thread.
     SimReset();
-    ASSERT_EQ(S_OK, io->Read(1, handles, 34, &cancel, &errors));
-    CoTaskMemFree(errors);
+    ASSERT_EQ(S_OK, io->Read(1, handles, 34, &cancel, errors.put()));
     Sink::Call later;
-    ASSERT_TRUE(sink->waitFor("read", 2, &later));
+    ASSERT_TRUE(sink->waitFor("read", &later, 2));
     EXPECT_EQ(34u, later.transaction);
     EXPECT_NE(caller, later.thread);
-
     EXPECT_EQ(S_OK, point->Unadvise(cookie));
-    sink->Release();
 }
 
 TEST_F(SimTest, WriteCompletionsOnDemandReachTheGroupsHoldingTheItems) {
@@ -121,7 +89,6 @@ TEST_F(SimTest, WriteCompletionsOnDemandReachTheGroupsHoldingTheItems) {
     addItems(g1.get(), {"Simulation.Static.R8", "Simulation.Static.I4"});
     const auto h2 = addItems(g2.get(), {"Simulation.Static.I4", "Simulation.Static.BOOL"});
     addItems(g3.get(), {"Simulation.Static.BOOL"});
-    Sink* sinks[] = {new Sink(), new Sink(), new Sink(), new Sink()};
     // Armed later: asks for write completions from inside a callback on the server's own thread,
     // where the request must run at once instead of waiting for that thread.
     struct Inside {
@@ -129,16 +96,16 @@ TEST_F(SimTest, WriteCompletionsOnDemandReachTheGroupsHoldingTheItems) {
         std::atomic<int> called{-1};
     };
     auto inside = std::make_shared<Inside>();
-    sinks[3]->onCall = [inside](const std::string& kind) {
-        if (kind == "data" && inside->armed.exchange(false)) {
-            inside->called = SimSendWriteComplete(14, S_OK, "Simulation.Static.BOOL", S_OK);
-        }
-    };
     IOPCItemMgt* groups[] = {g1.get(), g1.get(), g2.get(), g3.get()};
     ComPtr<IConnectionPoint> points[4];
     DWORD cookies[4];
+    Sink* sinks[4];
     for (int i = 0; i < 4; ++i) {
-        cookies[i] = connect(groups[i], IID_IOPCDataCallback, static_cast<IOPCDataCallback*>(sinks[i]), &points[i]);
+        sinks[i] = connect(groups[i], IID_IOPCDataCallback, &points[i], &cookies[i], [i, inside](const std::string& kind) {
+            if (i == 3 && kind == "data" && inside->armed.exchange(false)) {
+                inside->called = SimSendWriteComplete(14, S_OK, "Simulation.Static.BOOL", S_OK);
+            }
+        });
     }
 
     EXPECT_EQ(3, SimSendWriteComplete(9, S_FALSE, " Simulation.Static.I4 ,Simulation.Static.R8", E_FAIL));
@@ -157,10 +124,9 @@ TEST_F(SimTest, WriteCompletionsOnDemandReachTheGroupsHoldingTheItems) {
     EXPECT_TRUE(sinks[3]->calls("write").empty());
 
     // A removed item no longer counts; unknown or missing ids reach nobody.
-    HRESULT* errors = nullptr;
+    TaskMem<HRESULT> errors;
     OPCHANDLE removed = h2[0];
-    ASSERT_EQ(S_OK, g2->RemoveItems(1, &removed, &errors));
-    CoTaskMemFree(errors);
+    ASSERT_EQ(S_OK, g2->RemoveItems(1, &removed, errors.put()));
     EXPECT_EQ(2, SimSendWriteComplete(10, S_OK, "Simulation.Static.I4", S_OK));
     EXPECT_EQ(0, SimSendWriteComplete(11, S_OK, "Simulation.Static.UI4,Nowhere", S_OK));
     EXPECT_EQ(0, SimSendWriteComplete(12, S_OK, "", S_OK));
@@ -169,22 +135,15 @@ TEST_F(SimTest, WriteCompletionsOnDemandReachTheGroupsHoldingTheItems) {
 
     inside->armed = true;
     OPCHANDLE again = 1;  // BOOL in G3: switching it off and on sends its value again
-    auto state = as<IOPCItemMgt>(g3.get(), IID_IOPCItemMgt);
-    ASSERT_EQ(S_OK, state->SetActiveState(1, &again, FALSE, &errors));
-    CoTaskMemFree(errors);
-    ASSERT_EQ(S_OK, state->SetActiveState(1, &again, TRUE, &errors));
-    CoTaskMemFree(errors);
+    ASSERT_EQ(S_OK, g3->SetActiveState(1, &again, FALSE, errors.put()));
+    ASSERT_EQ(S_OK, g3->SetActiveState(1, &again, TRUE, errors.put()));
     Sink::Call call;
     ASSERT_TRUE(sinks[3]->waitFor("write", &call));
     EXPECT_EQ(14u, call.transaction);
     const auto deadline = std::chrono::steady_clock::now() + 5s;  // the count comes after the calls
     while (inside->called == -1 && std::chrono::steady_clock::now() < deadline) std::this_thread::sleep_for(1ms);
     EXPECT_EQ(2, inside->called.load());  // G2's and G3's sinks
-
-    for (int i = 0; i < 4; ++i) {
-        EXPECT_EQ(S_OK, points[i]->Unadvise(cookies[i]));
-        sinks[i]->Release();
-    }
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(S_OK, points[i]->Unadvise(cookies[i]));
 }
 
 TEST_F(SimTest, ItemsChangingAtEveryUpdateAreSentInEveryUpdate) {
@@ -192,26 +151,20 @@ TEST_F(SimTest, ItemsChangingAtEveryUpdateAreSentInEveryUpdate) {
     // Clients 100..106.
     const auto h = addItems(group.get(), {"Bench.R8.1", "Bench.R8.2", "Simulation.Static.I4", "Bench.R8.3",
                                           "Simulation.Static.I1", "Simulation.Static.BOOL", "Simulation.Static.BSTR"});
-    auto sync = as<IOPCSyncIO>(group.get(), IID_IOPCSyncIO);
-    HRESULT* errors = nullptr;
+    TaskMem<HRESULT> errors;
     OPCHANDLE inactive = h[3];
-    ASSERT_EQ(S_OK, group->SetActiveState(1, &inactive, FALSE, &errors));
-    CoTaskMemFree(errors);
-    VARIANT top = i4(127);
-    OPCHANDLE i1 = h[4];
-    ASSERT_EQ(S_OK, sync->Write(1, &i1, &top, &errors));
-    CoTaskMemFree(errors);
+    ASSERT_EQ(S_OK, group->SetActiveState(1, &inactive, FALSE, errors.put()));
+    EXPECT_EQ(std::vector<HRESULT>{S_OK}, write(group.get(), {h[4]}, {i4(127)}));
     SimSetChangeEveryTick("Bench.R8.", 1);
     SimSetChangeEveryTick("Simulation.Static.B", 1);
     SimSetChangeEveryTick("Simulation.Static.I1", 1);
     SimSetChangeEveryTick("Simulation.Static.I1", 1);  // once is enough
 
-    auto* sink = new Sink();
     ComPtr<IConnectionPoint> point;
-    const DWORD cookie = connect(group.get(), IID_IOPCDataCallback, static_cast<IOPCDataCallback*>(sink), &point);
+    DWORD cookie = 0;
+    Sink* sink = connect(group.get(), IID_IOPCDataCallback, &point, &cookie);
     Sink::Call calls[3];
-    for (size_t n = 0; n < 3; ++n) ASSERT_TRUE(sink->waitFor("data", n + 1, &calls[n]));
-
+    for (size_t n = 0; n < 3; ++n) ASSERT_TRUE(sink->waitFor("data", &calls[n], n + 1));
     EXPECT_EQ(6u, calls[0].clients.size());  // all active items, the unchanging one only now
     for (size_t n = 1; n < 3; ++n) {
         auto clients = calls[n].clients;
@@ -228,7 +181,7 @@ TEST_F(SimTest, ItemsChangingAtEveryUpdateAreSentInEveryUpdate) {
     EXPECT_EQ(u"hello#1", textOf(calls[0], 106));
     EXPECT_EQ(u"hello#2", textOf(calls[1], 106));
     EXPECT_GT(SimLastTickMicros(), 0.0);
-    EXPECT_GE(readNumber(sync.get(), h[0]), 4.5);  // reads see the changes
+    EXPECT_GE(readNumber(group.get(), h[0]), 4.5);  // reads see the changes
 
     // Switched off, the items settle: at most one more update each, then silence.
     SimSetChangeEveryTick("Bench.R8.", 0);
@@ -238,12 +191,10 @@ TEST_F(SimTest, ItemsChangingAtEveryUpdateAreSentInEveryUpdate) {
     const size_t settled = sink->calls("data").size();
     std::this_thread::sleep_for(150ms);
     EXPECT_EQ(settled, sink->calls("data").size());
-
     EXPECT_EQ(S_OK, point->Unadvise(cookie));
     SimReset();
-    EXPECT_EQ(1.5, readNumber(sync.get(), h[0]));
+    EXPECT_EQ(1.5, readNumber(group.get(), h[0]));
     EXPECT_EQ(0.0, SimLastTickMicros());
-    sink->Release();
 }
 
 TEST_F(SimTest, TenThousandItemsChangeInEveryUpdateAtASmallCostToTheServer) {
@@ -252,12 +203,12 @@ TEST_F(SimTest, TenThousandItemsChangeInEveryUpdateAtASmallCostToTheServer) {
     auto group = addGroup(u"G", 10);
     ASSERT_EQ(10000u, addItems(group.get(), ids).size());
     SimSetChangeEveryTick("Bench.R8.", 1);
-    auto* sink = new Sink();
     ComPtr<IConnectionPoint> point;
-    const DWORD cookie = connect(group.get(), IID_IOPCDataCallback, static_cast<IOPCDataCallback*>(sink), &point);
+    DWORD cookie = 0;
+    Sink* sink = connect(group.get(), IID_IOPCDataCallback, &point, &cookie);
     Sink::Call second, third;
-    ASSERT_TRUE(sink->waitFor("data", 2, &second));
-    ASSERT_TRUE(sink->waitFor("data", 3, &third));
+    ASSERT_TRUE(sink->waitFor("data", &second, 2));
+    ASSERT_TRUE(sink->waitFor("data", &third, 3));
     ASSERT_EQ(10000u, second.clients.size());
     ASSERT_EQ(10000u, third.clients.size());
     for (size_t i = 0; i < third.clients.size(); i += 997) {
@@ -268,20 +219,19 @@ TEST_F(SimTest, TenThousandItemsChangeInEveryUpdateAtASmallCostToTheServer) {
     EXPECT_GT(micros, 0.0);
     EXPECT_LT(micros, 100000.0);  // a tenth of a second would mean work growing faster than the items
     EXPECT_EQ(S_OK, point->Unadvise(cookie));
-    sink->Release();
 }
 
 TEST_F(SimTest, ConnectionsAreCountedWhileTheyLiveAndCallbacksUntilReset) {
     EXPECT_EQ(0, SimConnections(nullptr));
-    auto* sink = new Sink();
     ComPtr<IConnectionPoint> shutdownPoint, p1, p2;
-    connect(server.get(), IID_IOPCShutdown, static_cast<IOPCShutdown*>(sink), &shutdownPoint);
+    connect(server.get(), IID_IOPCShutdown, &shutdownPoint);
     OPCHANDLE second = 0;
     auto g1 = addGroup(u"G1", 10);
     auto g2 = addGroup(u"G2", 10, &second);
     addItems(g1.get(), {"Simulation.Static.R8"});
-    const DWORD c1 = connect(g1.get(), IID_IOPCDataCallback, static_cast<IOPCDataCallback*>(sink), &p1);
-    connect(g2.get(), IID_IOPCDataCallback, static_cast<IOPCDataCallback*>(sink), &p2);
+    DWORD c1 = 0;
+    Sink* sink = connect(g1.get(), IID_IOPCDataCallback, &p1, &c1);
+    connect(g2.get(), IID_IOPCDataCallback, &p2);
     EXPECT_EQ(1, SimConnections("shutdown"));
     EXPECT_EQ(2, SimConnections("datacallback"));
     EXPECT_EQ(3, SimConnections(nullptr));
@@ -326,7 +276,6 @@ TEST_F(SimTest, ConnectionsAreCountedWhileTheyLiveAndCallbacksUntilReset) {
     shutdownPoint.reset();
     server.reset();
     EXPECT_EQ(0, SimConnections(nullptr));
-    sink->Release();
 }
 
 }  // namespace

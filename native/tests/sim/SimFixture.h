@@ -1,34 +1,201 @@
 // Shared set-up of the simulation server tests: COM on the thread, a server activated by ProgID,
-// and the checks that every test leaves no live objects and no unfreed COM memory behind.
+// the checks that every test leaves no live objects and no unfreed COM memory behind, and a client
+// sink that records every callback with the thread it came on.
 #pragma once
 
 #include "opc/platform.h"
 #include "sim/SimControl.h"
 #include "substrate/ledger.h"
+#include "ComObject.h"
 #include "ComPtr.h"
+#include "Owned.h"
 
 #include <olectl.h>
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 using opc::support::ComPtr;
+using opc::support::TaskMem;
+using namespace std::chrono_literals;
 
 inline std::u16string wide(const std::string& s) { return std::u16string(s.begin(), s.end()); }
 
-struct LedgerSnapshot {
-    long long blocks[LEDGER_KINDS];
-    LedgerSnapshot() {
-        for (int k = 0; k < LEDGER_KINDS; ++k) blocks[k] = LedgerLiveCount(k);
+// Takes a task-memory string: its text, "<null>" for none.
+inline std::u16string take(LPWSTR text) {
+    std::u16string out = text ? std::u16string(text) : u"<null>";
+    CoTaskMemFree(text);
+    return out;
+}
+
+template <typename I>
+ComPtr<I> as(IUnknown* object, const IID& iid) {
+    ComPtr<I> out;
+    EXPECT_EQ(S_OK, object->QueryInterface(iid, out.putVoid()));
+    return out;
+}
+
+inline VARIANT i4(LONG value) {
+    VARIANT v;
+    VariantInit(&v);
+    v.vt = VT_I4;
+    v.lVal = value;
+    return v;
+}
+
+inline VARIANT r8(double value) {
+    VARIANT v;
+    VariantInit(&v);
+    v.vt = VT_R8;
+    v.dblVal = value;
+    return v;
+}
+
+// A numeric or boolean value as a double (0 for other types).
+inline double number(const VARIANT& v) {
+    switch (v.vt) {
+        case VT_I1: return v.cVal;
+        case VT_I2: return v.iVal;
+        case VT_I4: return v.lVal;
+        case VT_UI1: return v.bVal;
+        case VT_UI2: return v.uiVal;
+        case VT_UI4: return v.ulVal;
+        case VT_R4: return v.fltVal;
+        case VT_R8: return v.dblVal;
+        case VT_BOOL: return v.boolVal ? 1 : 0;
+        default: return 0;
     }
+}
+
+// Owns what one IOPCSyncIO::Read returns.
+struct ReadResult {
+    DWORD count = 0;
+    OPCITEMSTATE* states = nullptr;
+    HRESULT* errors = nullptr;
+    HRESULT hr = E_FAIL;
+    ReadResult(IUnknown* group, const std::vector<OPCHANDLE>& handles, OPCDATASOURCE source = OPC_DS_DEVICE) {
+        count = DWORD(handles.size());
+        hr = as<IOPCSyncIO>(group, IID_IOPCSyncIO)->Read(source, count, const_cast<OPCHANDLE*>(handles.data()), &states,
+                                                          &errors);
+    }
+    ~ReadResult() {
+        for (DWORD i = 0; states && i < count; ++i) VariantClear(&states[i].vDataValue);
+        CoTaskMemFree(states);
+        CoTaskMemFree(errors);
+    }
+    const VARIANT& value(int i) const { return states[i].vDataValue; }
+};
+
+// Writes synchronously; the per-item errors.
+inline std::vector<HRESULT> write(IUnknown* group, std::vector<OPCHANDLE> handles, std::vector<VARIANT> values) {
+    TaskMem<HRESULT> errors;
+    as<IOPCSyncIO>(group, IID_IOPCSyncIO)->Write(DWORD(handles.size()), handles.data(), values.data(), errors.put());
+    return std::vector<HRESULT>(errors.get(), errors.get() + (errors ? handles.size() : 0));
+}
+
+class Sink final : public opc::support::ComObject<Sink, IOPCDataCallback, IOPCShutdown> {
+public:
+    struct Call {
+        std::string kind;  // "data", "read", "write", "cancel"
+        DWORD transaction;
+        OPCHANDLE group;
+        HRESULT masterError;
+        std::vector<OPCHANDLE> clients;
+        std::vector<VARTYPE> types;
+        std::vector<HRESULT> errors;
+        std::vector<double> numbers;        // numeric and boolean values (0 for others)
+        std::vector<std::u16string> texts;  // BSTR values
+        std::thread::id thread;
+    };
+
+    // Runs on the callback's thread before the call is recorded (for calls back into the server).
+    std::function<void(const std::string& kind)> onCall;
+
+    void* interfaceFor(REFIID iid) {
+        if (IsEqualIID(iid, IID_IOPCDataCallback)) return static_cast<IOPCDataCallback*>(this);
+        if (IsEqualIID(iid, IID_IOPCShutdown)) return static_cast<IOPCShutdown*>(this);
+        return nullptr;
+    }
+    HRESULT STDMETHODCALLTYPE OnDataChange(DWORD tid, OPCHANDLE g, HRESULT, HRESULT me, DWORD n, OPCHANDLE* h,
+                                           VARIANT* v, WORD*, FILETIME*, HRESULT* e) override {
+        return record("data", tid, g, me, n, h, v, e);
+    }
+    HRESULT STDMETHODCALLTYPE OnReadComplete(DWORD tid, OPCHANDLE g, HRESULT, HRESULT me, DWORD n, OPCHANDLE* h,
+                                             VARIANT* v, WORD*, FILETIME*, HRESULT* e) override {
+        return record("read", tid, g, me, n, h, v, e);
+    }
+    HRESULT STDMETHODCALLTYPE OnWriteComplete(DWORD tid, OPCHANDLE g, HRESULT me, DWORD n, OPCHANDLE* h,
+                                              HRESULT* e) override {
+        return record("write", tid, g, me, n, h, nullptr, e);
+    }
+    HRESULT STDMETHODCALLTYPE OnCancelComplete(DWORD tid, OPCHANDLE g) override {
+        return record("cancel", tid, g, S_OK, 0, nullptr, nullptr, nullptr);
+    }
+    HRESULT STDMETHODCALLTYPE ShutdownRequest(LPCWSTR reason) override {
+        std::lock_guard<std::mutex> guard(lock_);
+        reasons_.push_back(reason ? std::u16string(reason) : u"<null>");
+        return S_OK;
+    }
+
+    // Waits up to five seconds for the nth call (1-based) of the kind.
+    bool waitFor(const std::string& kind, Call* out, size_t nth = 1) {
+        std::unique_lock<std::mutex> guard(lock_);
+        return changed_.wait_for(guard, 5s, [&] {
+            size_t seen = 0;
+            for (const Call& call : calls_) {
+                if (call.kind == kind && ++seen == nth) return *out = call, true;
+            }
+            return false;
+        });
+    }
+    std::vector<Call> calls(const std::string& kind) {
+        std::lock_guard<std::mutex> guard(lock_);
+        std::vector<Call> out;
+        for (const Call& call : calls_) {
+            if (call.kind == kind) out.push_back(call);
+        }
+        return out;
+    }
+    std::vector<std::u16string> reasons() {
+        std::lock_guard<std::mutex> guard(lock_);
+        return reasons_;
+    }
+
+private:
+    HRESULT record(const char* kind, DWORD tid, OPCHANDLE g, HRESULT me, DWORD n, OPCHANDLE* h, VARIANT* v,
+                   HRESULT* e) {
+        if (onCall) onCall(kind);
+        Call call{kind, tid, g, me, {}, {}, {}, {}, {}, std::this_thread::get_id()};
+        for (DWORD i = 0; i < n; ++i) {
+            call.clients.push_back(h[i]);
+            call.types.push_back(v ? v[i].vt : VARTYPE(VT_EMPTY));
+            call.errors.push_back(e[i]);
+            call.numbers.push_back(v ? number(v[i]) : 0);
+            call.texts.push_back(v && v[i].vt == VT_BSTR && v[i].bstrVal ? std::u16string(v[i].bstrVal) : u"");
+        }
+        std::lock_guard<std::mutex> guard(lock_);
+        calls_.push_back(std::move(call));
+        changed_.notify_all();
+        return S_OK;
+    }
+    std::mutex lock_;
+    std::condition_variable changed_;
+    std::vector<Call> calls_;
+    std::vector<std::u16string> reasons_;
 };
 
 class SimTest : public ::testing::Test {
 protected:
     void SetUp() override {
         ASSERT_TRUE(SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)));
+        for (int k = 0; k < LEDGER_KINDS; ++k) blocks_[k] = LedgerLiveCount(k);
         SimReset();
         ComPtr<IClassFactory> factory;
         CLSID clsid{};
@@ -38,9 +205,9 @@ protected:
     }
     void TearDown() override {
         server.reset();
+        for (Sink* sink : sinks_) sink->Release();
         EXPECT_EQ(0, SimLiveObjects(nullptr)) << "objects left alive";
-        const LedgerSnapshot after;
-        for (int k = 0; k < LEDGER_KINDS; ++k) EXPECT_EQ(start.blocks[k], after.blocks[k]) << "ledger kind " << k;
+        for (int k = 0; k < LEDGER_KINDS; ++k) EXPECT_EQ(blocks_[k], LedgerLiveCount(k)) << "ledger kind " << k;
         SimReset();
     }
 
@@ -57,7 +224,7 @@ protected:
         return group;
     }
 
-    // Adds the items (canonical types); their server handles in order, 0 for a failed one.
+    // Adds the items (client handles 100, 101, ...); their server handles in order, 0 for a failed one.
     std::vector<OPCHANDLE> addItems(IOPCItemMgt* group, const std::vector<std::string>& ids,
                                     VARTYPE requested = VT_EMPTY) {
         std::vector<std::u16string> texts;
@@ -67,16 +234,33 @@ protected:
             defs[i] = OPCITEMDEF{const_cast<LPWSTR>(u""), const_cast<LPWSTR>(texts[i].c_str()), TRUE,
                                  OPCHANDLE(100 + i), 0, nullptr, requested, 0};
         }
-        OPCITEMRESULT* results = nullptr;
-        HRESULT* errors = nullptr;
-        EXPECT_TRUE(SUCCEEDED(group->AddItems(DWORD(defs.size()), defs.data(), &results, &errors)));
+        TaskMem<OPCITEMRESULT> results;
+        TaskMem<HRESULT> errors;
+        EXPECT_TRUE(SUCCEEDED(group->AddItems(DWORD(defs.size()), defs.data(), results.put(), errors.put())));
         std::vector<OPCHANDLE> handles;
-        for (size_t i = 0; results && i < ids.size(); ++i) handles.push_back(SUCCEEDED(errors[i]) ? results[i].hServer : 0);
-        CoTaskMemFree(results);
-        CoTaskMemFree(errors);
+        for (size_t i = 0; results && i < ids.size(); ++i) {
+            handles.push_back(SUCCEEDED(errors.get()[i]) ? results.get()[i].hServer : 0);
+        }
         return handles;
     }
 
-    LedgerSnapshot start;
+    // A new sink connected to the container's connection point for `iid` (released after the test).
+    Sink* connect(IUnknown* container, const IID& iid, ComPtr<IConnectionPoint>* point, DWORD* cookie = nullptr,
+                  std::function<void(const std::string& kind)> onCall = nullptr) {
+        Sink* sink = new Sink();
+        sink->onCall = std::move(onCall);
+        sinks_.push_back(sink);
+        EXPECT_EQ(S_OK, as<IConnectionPointContainer>(container, IID_IConnectionPointContainer)
+                            ->FindConnectionPoint(iid, point->put()));
+        DWORD made = 0;
+        EXPECT_EQ(S_OK, (*point)->Advise(static_cast<IOPCDataCallback*>(sink), &made));
+        if (cookie) *cookie = made;
+        return sink;
+    }
+
     ComPtr<IOPCServer> server;
+
+private:
+    long long blocks_[LEDGER_KINDS];
+    std::vector<Sink*> sinks_;
 };
