@@ -5,7 +5,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash tools/build.sh >/dev/null
-mvn -B -q -DskipTests package >/dev/null
+mvn -B -q -Dstyle.color=never -DskipTests package >/dev/null 2>&1 || mvn -B -Dstyle.color=never -DskipTests package
 run() {
     java -Dopc.library.path=build/native/lib --enable-native-access=ALL-UNNAMED \
         -cp target/classes com.velmora.opc.cli.Main "$@"
