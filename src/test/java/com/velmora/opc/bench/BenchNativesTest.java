@@ -1,19 +1,12 @@
 package com.velmora.opc.bench;
 
-import static org.junit.jupiter.api.Assertions.assertArrayEquals;
-import static org.junit.jupiter.api.Assertions.assertEquals;
-import static org.junit.jupiter.api.Assertions.assertFalse;
-import static org.junit.jupiter.api.Assertions.assertNotSame;
-import static org.junit.jupiter.api.Assertions.assertThrows;
-import static org.junit.jupiter.api.Assertions.assertTrue;
+import static org.junit.jupiter.api.Assertions.*;
 import static org.junit.jupiter.api.Assumptions.assumeTrue;
 
 import com.velmora.opc.jni.ComObjectClient;
 import com.velmora.opc.jni.client.da.OpcAsyncIo2;
 import com.velmora.opc.jni.client.da.OpcSyncIo;
-import com.velmora.opc.testsupport.LedgerCheck;
-import com.velmora.opc.testsupport.Recorder;
-import com.velmora.opc.testsupport.SimControl;
+import com.velmora.opc.testsupport.*;
 import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.List;

@@ -1,20 +1,10 @@
 package com.velmora.opc.jni;
 
-import static com.velmora.opc.testsupport.Codes.IID_IOPCCOMMON;
-import static com.velmora.opc.testsupport.Codes.IID_IOPCSERVER;
-import static com.velmora.opc.testsupport.Codes.IID_IUNKNOWN;
-import static org.junit.jupiter.api.Assertions.assertEquals;
-import static org.junit.jupiter.api.Assertions.assertNotEquals;
-import static org.junit.jupiter.api.Assertions.assertThrows;
-import static org.junit.jupiter.api.Assertions.assertTrue;
+import static com.velmora.opc.testsupport.Codes.*;
+import static org.junit.jupiter.api.Assertions.*;
 
 import com.velmora.opc.OpcEnv;
-import com.velmora.opc.testsupport.ChildJvm;
-import com.velmora.opc.testsupport.LedgerCheck;
-import com.velmora.opc.testsupport.LogCapture;
-import com.velmora.opc.testsupport.SimFixture;
-import com.velmora.opc.testsupport.TestSupport;
-import com.velmora.opc.testsupport.Throwing;
+import com.velmora.opc.testsupport.*;
 import java.util.List;
 import java.util.Set;
 import org.junit.jupiter.api.Test;

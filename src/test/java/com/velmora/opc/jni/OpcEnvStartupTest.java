@@ -1,9 +1,8 @@
 package com.velmora.opc.jni;
 
-import static org.junit.jupiter.api.Assertions.assertTrue;
+import static org.junit.jupiter.api.Assertions.*;
 
-import com.velmora.opc.testsupport.ChildJvm;
-import com.velmora.opc.testsupport.TestSupport;
+import com.velmora.opc.testsupport.*;
 import java.io.File;
 import java.io.IOException;
 import java.nio.file.Files;

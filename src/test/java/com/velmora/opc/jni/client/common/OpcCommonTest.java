@@ -1,18 +1,10 @@
 package com.velmora.opc.jni.client.common;
 
-import static com.velmora.opc.testsupport.Codes.E_ACCESSDENIED;
-import static com.velmora.opc.testsupport.Codes.E_FAIL;
-import static com.velmora.opc.testsupport.Codes.E_INVALIDARG;
-import static com.velmora.opc.testsupport.Codes.IID_IOPCCOMMON;
+import static com.velmora.opc.testsupport.Codes.*;
 import static com.velmora.opc.testsupport.SimFixture.fails;
-import static org.junit.jupiter.api.Assertions.assertArrayEquals;
-import static org.junit.jupiter.api.Assertions.assertEquals;
-import static org.junit.jupiter.api.Assertions.assertNull;
+import static org.junit.jupiter.api.Assertions.*;
 
-import com.velmora.opc.testsupport.LedgerCheck;
-import com.velmora.opc.testsupport.LogCapture;
-import com.velmora.opc.testsupport.SimControl;
-import com.velmora.opc.testsupport.SimFixture;
+import com.velmora.opc.testsupport.*;
 import java.util.List;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.extension.ExtendWith;

@@ -1,19 +1,11 @@
 package com.velmora.opc.jni.client.common;
 
-import static com.velmora.opc.testsupport.Codes.CATID_OPCDASERVER20;
-import static com.velmora.opc.testsupport.Codes.E_ACCESSDENIED;
-import static com.velmora.opc.testsupport.Codes.E_FAIL;
+import static com.velmora.opc.testsupport.Codes.*;
 import static com.velmora.opc.testsupport.SimFixture.fails;
-import static org.junit.jupiter.api.Assertions.assertEquals;
-import static org.junit.jupiter.api.Assertions.assertNotNull;
-import static org.junit.jupiter.api.Assertions.assertNull;
-import static org.junit.jupiter.api.Assertions.assertSame;
+import static org.junit.jupiter.api.Assertions.*;
 
 import com.velmora.opc.client.BOpcDeviceDiscoveryResult;
-import com.velmora.opc.testsupport.LedgerCheck;
-import com.velmora.opc.testsupport.LogCapture;
-import com.velmora.opc.testsupport.SimControl;
-import com.velmora.opc.testsupport.SimFixture;
+import com.velmora.opc.testsupport.*;
 import java.util.Arrays;
 import java.util.List;
 import org.junit.jupiter.api.Test;

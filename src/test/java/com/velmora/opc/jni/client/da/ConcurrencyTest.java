@@ -1,16 +1,11 @@
 package com.velmora.opc.jni.client.da;
 
-import static com.velmora.opc.testsupport.Codes.IID_IOPCASYNCIO2;
-import static com.velmora.opc.testsupport.Codes.IID_IOPCITEMMGT;
-import static org.junit.jupiter.api.Assertions.assertEquals;
-import static org.junit.jupiter.api.Assertions.assertTrue;
+import static com.velmora.opc.testsupport.Codes.*;
+import static org.junit.jupiter.api.Assertions.*;
 
 import com.velmora.opc.OpcEnv;
 import com.velmora.opc.jni.ComObjectClient;
-import com.velmora.opc.testsupport.LedgerCheck;
-import com.velmora.opc.testsupport.LogCapture;
-import com.velmora.opc.testsupport.Recorder;
-import com.velmora.opc.testsupport.SimFixture;
+import com.velmora.opc.testsupport.*;
 import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.List;
@@ -79,9 +74,12 @@ class ConcurrencyTest {
             assertTrue(cycles.get() >= 2, "subscription cycles " + cycles.get());
             assertTrue(changes.count("numeric ") >= 10, "data changes " + changes.calls().size());
             assertEquals(changes.calls().size() - 1, changes.calls().stream().filter(c -> c.endsWith(" async")).count());
+            // Changes come on the server's threads, attached only while they deliver.
             List<Thread> delivering = changes.threadsOf("numeric ");
             assertTrue(delivering.stream().noneMatch(th -> th.getName().startsWith("worker-") || th.getName().equals("main")),
                     delivering::toString);
+            for (int i = 0; i < 100 && delivering.stream().anyMatch(Thread::isAlive); i++) Thread.sleep(20);
+            assertTrue(delivering.stream().noneMatch(Thread::isAlive), delivering::toString);
             assertEquals(List.of(), log.texts());
         }
     }

@@ -1,32 +1,12 @@
 package com.velmora.opc.jni.client.da;
 
-import static com.velmora.opc.testsupport.Codes.CONNECT_E_ADVISELIMIT;
-import static com.velmora.opc.testsupport.Codes.CONNECT_E_NOCONNECTION;
-import static com.velmora.opc.testsupport.Codes.E_FAIL;
-import static com.velmora.opc.testsupport.Codes.E_NOINTERFACE;
-import static com.velmora.opc.testsupport.Codes.IID_IOPCASYNCIO2;
-import static com.velmora.opc.testsupport.Codes.OPC_E_BADRIGHTS;
-import static com.velmora.opc.testsupport.Codes.OPC_E_INVALIDHANDLE;
-import static com.velmora.opc.testsupport.Codes.S_FALSE;
-import static com.velmora.opc.testsupport.Codes.VT_ARRAY;
-import static com.velmora.opc.testsupport.Codes.VT_BOOL;
-import static com.velmora.opc.testsupport.Codes.VT_R8;
+import static com.velmora.opc.testsupport.Codes.*;
 import static com.velmora.opc.testsupport.SimFixture.fails;
 import static com.velmora.opc.testsupport.SimFixture.readBack;
-import static org.junit.jupiter.api.Assertions.assertEquals;
-import static org.junit.jupiter.api.Assertions.assertNotEquals;
-import static org.junit.jupiter.api.Assertions.assertSame;
-import static org.junit.jupiter.api.Assertions.assertThrows;
-import static org.junit.jupiter.api.Assertions.assertTrue;
+import static org.junit.jupiter.api.Assertions.*;
 
 import com.velmora.opc.jni.ComObjectClient;
-import com.velmora.opc.testsupport.LedgerCheck;
-import com.velmora.opc.testsupport.LogCapture;
-import com.velmora.opc.testsupport.LogCapture.Line;
-import com.velmora.opc.testsupport.Recorder;
-import com.velmora.opc.testsupport.SimControl;
-import com.velmora.opc.testsupport.SimFixture;
-import com.velmora.opc.testsupport.TestSupport;
+import com.velmora.opc.testsupport.*;
 import java.util.Arrays;
 import java.util.List;
 import org.junit.jupiter.api.Test;
@@ -155,8 +135,8 @@ class OpcAsyncIo2Test {
 
             OpcAsyncIo2.unadvise(g.asyncIo(), cookie);
             assertEquals(1, callback.settledDeletions());
-            assertEquals(List.of(new Line("ERROR", "OpcAsyncIO2::readAsync - jclass object clazz is null"),
-                    new Line("TRACE", "IOPCAsyncIO2::Refresh2- check returned false")), log.lines());
+            assertEquals(List.of(new LogCapture.Line("ERROR", "OpcAsyncIO2::readAsync - jclass object clazz is null"),
+                    new LogCapture.Line("TRACE", "IOPCAsyncIO2::Refresh2- check returned false")), log.lines());
         }
     }
 
@@ -197,7 +177,7 @@ class OpcAsyncIo2Test {
                     () -> OpcAsyncIo2.advise(g.asyncIo(), callback)).getHresult());
             assertEquals(List.of("deleted"), callback.calls());
             assertEquals(0, SimControl.callCount("IOPCAsyncIO2::SetEnable"));
-            assertEquals(List.of(new Line("ERROR", "OpcAsyncIo2:: IConnectionPoint::Advise failed")), log.lines());
+            assertEquals(List.of(new LogCapture.Line("ERROR", "OpcAsyncIo2:: IConnectionPoint::Advise failed")), log.lines());
 
             // Failures before the connection point is reached make no callback object at all.
             SimControl.failNext("IConnectionPointContainer::FindConnectionPoint", E_FAIL, 1);
@@ -253,26 +233,6 @@ class OpcAsyncIo2Test {
             assertEquals(0, byServer.count("deleted"));
             ComObjectClient.release(server);
             assertEquals(1, byServer.settledDeletions());
-        }
-    }
-
-    @Test
-    void changesComeOnServerThreadsAttachedOnlyWhileTheyDeliver() throws InterruptedException {
-        try (SimFixture sim = SimFixture.open()) {
-            SimFixture.Group g = sim.group("g", 10, "Simulation.Ramp.I4");
-            Recorder.Callback callback = new Recorder.Callback();
-            long cookie = OpcAsyncIo2.advise(g.asyncIo(), callback);
-            callback.awaitCount("numeric 100 ", 3);
-            OpcAsyncIo2.unadvise(g.asyncIo(), cookie);
-            assertEquals(1, callback.settledDeletions());
-
-            assertTrue(callback.calls().stream().allMatch(c -> c.endsWith(" async") || c.equals("deleted")),
-                    callback.calls()::toString);
-            List<Thread> threads = callback.threadsOf("numeric ");
-            assertTrue(threads.stream().noneMatch(t -> t == Thread.currentThread()), threads::toString);
-            // Once the connection is over, no thread the library attached is still known to the JVM.
-            for (int i = 0; i < 100 && threads.stream().anyMatch(Thread::isAlive); i++) Thread.sleep(20);
-            assertTrue(threads.stream().noneMatch(Thread::isAlive), threads::toString);
         }
     }
 
@@ -352,9 +312,9 @@ class OpcAsyncIo2Test {
 
             OpcAsyncIo2.unadvise(g.asyncIo(), cookie);
             callback.await("deleted");
-            List<Line> nullArrays = List.of(new Line("TRACE", "OpcAsyncIo2::OnDataChange SafeArray -ulong is null"),
-                    new Line("TRACE", "OpcAsyncIo2::OnDataChange SafeArray -BSTR is null"),
-                    new Line("TRACE", "OpcAsyncIo2::OnDataChange SafeArray -ushort is null"));
+            List<LogCapture.Line> nullArrays = List.of(new LogCapture.Line("TRACE", "OpcAsyncIo2::OnDataChange SafeArray -ulong is null"),
+                    new LogCapture.Line("TRACE", "OpcAsyncIo2::OnDataChange SafeArray -BSTR is null"),
+                    new LogCapture.Line("TRACE", "OpcAsyncIo2::OnDataChange SafeArray -ushort is null"));
             assertEquals(List.of(nullArrays, nullArrays).stream().flatMap(List::stream).toList(), log.lines());
         }
     }

@@ -1,18 +1,10 @@
 package com.velmora.opc.jni.client.da;
 
-import static com.velmora.opc.testsupport.Codes.E_FAIL;
-import static com.velmora.opc.testsupport.Codes.E_INVALIDARG;
-import static com.velmora.opc.testsupport.Codes.IID_IOPCBROWSESERVERADDRESSSPACE;
+import static com.velmora.opc.testsupport.Codes.*;
 import static com.velmora.opc.testsupport.SimFixture.fails;
-import static org.junit.jupiter.api.Assertions.assertEquals;
-import static org.junit.jupiter.api.Assertions.assertThrows;
+import static org.junit.jupiter.api.Assertions.*;
 
-import com.velmora.opc.testsupport.LedgerCheck;
-import com.velmora.opc.testsupport.LogCapture;
-import com.velmora.opc.testsupport.LogCapture.Line;
-import com.velmora.opc.testsupport.Recorder;
-import com.velmora.opc.testsupport.SimControl;
-import com.velmora.opc.testsupport.SimFixture;
+import com.velmora.opc.testsupport.*;
 import java.util.List;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.extension.ExtendWith;
@@ -85,9 +77,9 @@ class OpcBrowseServerAddressSpaceTest {
             SimControl.failNext(BROWSE_IDS, E_FAIL, 2);
             fails(BROWSE_IDS, () -> OpcBrowseServerAddressSpace.getGroups(browser, "", new Recorder()));
             fails(BROWSE_IDS, () -> OpcBrowseServerAddressSpace.listItems(browser, new Recorder()));
-            assertEquals(List.of(new Line("TRACE", "Native:ChangeBrowsePosition Failed, Calling goRoot \n "),
-                    new Line("ERROR", "BrowseServerAddressSpace::ChangeBrowsePosition->goDown failed"),
-                    new Line("TRACE", "Native:BrowseOPCItemIDs failed\n ")), log.lines());
+            assertEquals(List.of(new LogCapture.Line("TRACE", "Native:ChangeBrowsePosition Failed, Calling goRoot \n "),
+                    new LogCapture.Line("ERROR", "BrowseServerAddressSpace::ChangeBrowsePosition->goDown failed"),
+                    new LogCapture.Line("TRACE", "Native:BrowseOPCItemIDs failed\n ")), log.lines());
         }
     }
 

@@ -1,25 +1,14 @@
 package com.velmora.opc.jni.client.da;
 
-import static com.velmora.opc.testsupport.Codes.E_FAIL;
-import static com.velmora.opc.testsupport.Codes.REGDB_E_CLASSNOTREG;
-import static com.velmora.opc.testsupport.Codes.RPC_S_SERVER_UNAVAILABLE;
+import static com.velmora.opc.testsupport.Codes.*;
 import static com.velmora.opc.testsupport.SimFixture.fails;
-import static org.junit.jupiter.api.Assertions.assertEquals;
-import static org.junit.jupiter.api.Assertions.assertNotEquals;
-import static org.junit.jupiter.api.Assertions.assertNull;
-import static org.junit.jupiter.api.Assertions.assertThrows;
-import static org.junit.jupiter.api.Assertions.assertTrue;
+import static org.junit.jupiter.api.Assertions.*;
 
 import com.velmora.opc.OpcEnv;
 import com.velmora.opc.OpcException;
 import com.velmora.opc.jni.ComObjectClient;
 import com.velmora.opc.jni.UnexpectedNativeException;
-import com.velmora.opc.testsupport.LedgerCheck;
-import com.velmora.opc.testsupport.LogCapture;
-import com.velmora.opc.testsupport.Recorder;
-import com.velmora.opc.testsupport.SimControl;
-import com.velmora.opc.testsupport.SimFixture;
-import com.velmora.opc.testsupport.Throwing;
+import com.velmora.opc.testsupport.*;
 import java.util.List;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.extension.ExtendWith;

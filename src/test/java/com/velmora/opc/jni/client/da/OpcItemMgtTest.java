@@ -1,26 +1,10 @@
 package com.velmora.opc.jni.client.da;
 
-import static com.velmora.opc.testsupport.Codes.E_FAIL;
-import static com.velmora.opc.testsupport.Codes.OPC_E_BADTYPE;
-import static com.velmora.opc.testsupport.Codes.OPC_E_INVALIDHANDLE;
-import static com.velmora.opc.testsupport.Codes.OPC_E_UNKNOWNITEMID;
-import static com.velmora.opc.testsupport.Codes.VT_ARRAY;
-import static com.velmora.opc.testsupport.Codes.VT_BSTR;
-import static com.velmora.opc.testsupport.Codes.VT_R8;
+import static com.velmora.opc.testsupport.Codes.*;
 import static com.velmora.opc.testsupport.SimFixture.fails;
-import static org.junit.jupiter.api.Assertions.assertArrayEquals;
-import static org.junit.jupiter.api.Assertions.assertEquals;
-import static org.junit.jupiter.api.Assertions.assertNull;
-import static org.junit.jupiter.api.Assertions.assertSame;
-import static org.junit.jupiter.api.Assertions.assertThrows;
-import static org.junit.jupiter.api.Assertions.assertTrue;
+import static org.junit.jupiter.api.Assertions.*;
 
-import com.velmora.opc.testsupport.ChildJvm;
-import com.velmora.opc.testsupport.LedgerCheck;
-import com.velmora.opc.testsupport.LogCapture;
-import com.velmora.opc.testsupport.Recorder;
-import com.velmora.opc.testsupport.SimControl;
-import com.velmora.opc.testsupport.SimFixture;
+import com.velmora.opc.testsupport.*;
 import java.util.List;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.extension.ExtendWith;

@@ -1,33 +1,13 @@
 package com.velmora.opc.jni.client.da;
 
-import static com.velmora.opc.testsupport.Codes.E_FAIL;
-import static com.velmora.opc.testsupport.Codes.E_INVALIDARG;
-import static com.velmora.opc.testsupport.Codes.OPC_E_BADRIGHTS;
-import static com.velmora.opc.testsupport.Codes.OPC_E_BADTYPE;
-import static com.velmora.opc.testsupport.Codes.OPC_E_RANGE;
-import static com.velmora.opc.testsupport.Codes.S_FALSE;
-import static com.velmora.opc.testsupport.Codes.VT_ARRAY;
-import static com.velmora.opc.testsupport.Codes.VT_BOOL;
-import static com.velmora.opc.testsupport.Codes.VT_BSTR;
-import static com.velmora.opc.testsupport.Codes.VT_DATE;
-import static com.velmora.opc.testsupport.Codes.VT_I2;
-import static com.velmora.opc.testsupport.Codes.VT_I4;
-import static com.velmora.opc.testsupport.Codes.VT_R8;
+import static com.velmora.opc.testsupport.Codes.*;
 import static com.velmora.opc.testsupport.SimFixture.fails;
 import static com.velmora.opc.testsupport.SimFixture.readBack;
-import static org.junit.jupiter.api.Assertions.assertEquals;
-import static org.junit.jupiter.api.Assertions.assertNotEquals;
-import static org.junit.jupiter.api.Assertions.assertThrows;
-import static org.junit.jupiter.api.Assertions.assertTrue;
+import static org.junit.jupiter.api.Assertions.*;
 
 import com.velmora.opc.OpcEnv;
 import com.velmora.opc.jni.ComObjectClient;
-import com.velmora.opc.testsupport.LedgerCheck;
-import com.velmora.opc.testsupport.LogCapture;
-import com.velmora.opc.testsupport.Recorder;
-import com.velmora.opc.testsupport.SimControl;
-import com.velmora.opc.testsupport.SimFixture;
-import com.velmora.opc.testsupport.Throwing;
+import com.velmora.opc.testsupport.*;
 import java.util.Arrays;
 import java.util.List;
 import org.junit.jupiter.api.Test;
