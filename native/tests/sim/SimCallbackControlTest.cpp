@@ -63,7 +63,8 @@ TEST_F(SimTest, InlineCompletionRunsRequestsOnTheCallerBeforeTheyReturn) {
 
     ASSERT_EQ(S_OK, io->Refresh2(OPC_DS_DEVICE, 33, &cancel));
     auto refreshed = sink->calls("data");
-    const auto mine = std::find_if(refreshed.begin(), refreshed.end(), [](const Sink::Call& c) { return c.transaction == 33; });
+    const auto mine = std::find_if(refreshed.begin(), refreshed.end(),
+                                   [](const Sink::Call& c) { return c.transaction == 33; });
     ASSERT_NE(refreshed.end(), mine);
     EXPECT_EQ(caller, mine->thread);
     EXPECT_EQ(2u, mine->clients.size());
@@ -101,11 +102,12 @@ TEST_F(SimTest, WriteCompletionsOnDemandReachTheGroupsHoldingTheItems) {
     DWORD cookies[4];
     Sink* sinks[4];
     for (int i = 0; i < 4; ++i) {
-        sinks[i] = connect(groups[i], IID_IOPCDataCallback, &points[i], &cookies[i], [i, inside](const std::string& kind) {
-            if (i == 3 && kind == "data" && inside->armed.exchange(false)) {
-                inside->called = SimSendWriteComplete(14, S_OK, "Simulation.Static.BOOL", S_OK);
-            }
-        });
+        sinks[i] = connect(groups[i], IID_IOPCDataCallback, &points[i], &cookies[i],
+                           [i, inside](const std::string& kind) {
+                               if (i == 3 && kind == "data" && inside->armed.exchange(false)) {
+                                   inside->called = SimSendWriteComplete(14, S_OK, "Simulation.Static.BOOL", S_OK);
+                               }
+                           });
     }
 
     EXPECT_EQ(3, SimSendWriteComplete(9, S_FALSE, " Simulation.Static.I4 ,Simulation.Static.R8", E_FAIL));

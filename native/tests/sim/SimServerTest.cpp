@@ -64,7 +64,8 @@ TEST_F(SimTest, AddGroupRevisesRatesRefusesDuplicatesAndRecordsArguments) {
     FLOAT deadband = 0;
     LONG bias = 60;
     ComPtr<IUnknown> g1, g2, g3;
-    auto add = [&](const char16_t* name, BOOL active, DWORD rate, LONG* timeBias, const IID& iid, ComPtr<IUnknown>* out) {
+    auto add = [&](const char16_t* name, BOOL active, DWORD rate, LONG* timeBias, const IID& iid,
+                   ComPtr<IUnknown>* out) {
         return server->AddGroup(name, active, rate, 5, timeBias, &deadband, 1031, &h2, &revised, iid, out->put());
     };
     EXPECT_EQ(S_OK, server->AddGroup(u"G1", TRUE, 1000, 5, nullptr, &deadband, 1033, &h1, &revised, IID_IUnknown,
@@ -102,7 +103,8 @@ TEST_F(SimTest, AddGroupRevisesRatesRefusesDuplicatesAndRecordsArguments) {
     EXPECT_EQ(OPC_E_DUPLICATENAME, state->SetName(u"G1"));
     EXPECT_EQ(S_OK, state->SetName(u"Renamed"));
     DWORD requested = 333;
-    EXPECT_EQ(OPC_S_UNSUPPORTEDRATE, state->SetState(&requested, &revised, nullptr, nullptr, nullptr, nullptr, nullptr));
+    EXPECT_EQ(OPC_S_UNSUPPORTEDRATE,
+              state->SetState(&requested, &revised, nullptr, nullptr, nullptr, nullptr, nullptr));
     EXPECT_EQ(340u, revised);
 }
 

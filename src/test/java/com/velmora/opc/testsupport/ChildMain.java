@@ -131,7 +131,8 @@ public final class ChildMain {
         System.out.println("deleted " + callback.count("deleted"));
 
         int[] removed = OpcItemMgt.removeItems(itemMgt, handles);
-        System.out.println("removed " + removed.length + " failed " + Arrays.stream(removed).filter(e -> e != 0).count());
+        long failed = Arrays.stream(removed).filter(e -> e != 0).count();
+        System.out.println("removed " + removed.length + " failed " + failed);
         for (long handle : new long[] {asyncIo, syncIo, itemMgt, group[0]}) ComObjectClient.release(handle);
         OpcDaServer.removeGroup(server, (int) group[1], true);
         ComObjectClient.release(server);

@@ -41,13 +41,15 @@ class OpcServerList2Test {
     void failuresAreLoggedAsErrorsWithTheServersHresultPending() {
         try (SimFixture sim = SimFixture.open(); LogCapture log = new LogCapture()) {
             assertNull(OpcServerList2.discoverServers(null, CATID_OPCDASERVER20));
-            fails("CoGetClassObject", () -> OpcServerList2.discoverServers("no-such-host.invalid", CATID_OPCDASERVER20));
+            fails("CoGetClassObject",
+                    () -> OpcServerList2.discoverServers("no-such-host.invalid", CATID_OPCDASERVER20));
             SimControl.failNext("IOPCServerList2::EnumClassesOfCategories", E_FAIL, 1);
             fails("IOPCServerList2::EnumClassesOfCategories",
                     () -> OpcServerList2.discoverServers("localhost", CATID_OPCDASERVER20));
             // Details that cannot be read end the fill.
             SimControl.failNext("IOPCServerList2::GetClassDetails", E_ACCESSDENIED, 1);
-            fails("IOPCServerList2::GetClassDetails", () -> OpcServerList2.discoverServers("localhost", CATID_OPCDASERVER20));
+            fails("IOPCServerList2::GetClassDetails",
+                    () -> OpcServerList2.discoverServers("localhost", CATID_OPCDASERVER20));
 
             assertEquals(List.of("OpcServerList::Construction failed, hostid or category id is null",
                     "OpcServerList::ServerList interface object is null",

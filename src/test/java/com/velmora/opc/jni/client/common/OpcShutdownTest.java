@@ -7,6 +7,7 @@ import static org.junit.jupiter.api.Assertions.*;
 import com.velmora.opc.jni.ComObjectClient;
 import com.velmora.opc.jni.client.da.OpcDaServer;
 import com.velmora.opc.testsupport.*;
+import com.velmora.opc.testsupport.LogCapture.Line;
 import java.util.List;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.extension.ExtendWith;
@@ -42,7 +43,8 @@ class OpcShutdownTest {
         List<String> lines = child.output().lines().toList();
         int advised = lines.indexOf("reasoned advised true");
         int reason = lines.indexOf("OPC Server shutdown reason: maintenance");
-        assertTrue(advised >= 0 && advised < reason && reason < lines.indexOf("reasoned sinks called 1"), child.output());
+        int called = lines.indexOf("reasoned sinks called 1");
+        assertTrue(advised >= 0 && advised < reason && reason < called, child.output());
         assertEquals(1, lines.stream().filter(l -> l.startsWith("OPC Server shutdown reason")).count(), child.output());
         // On a thread of the server's; after a request the end of the connection is not reported, and a
         // request without a reason is not passed on at all.
@@ -55,7 +57,7 @@ class OpcShutdownTest {
             Recorder listener = new Recorder();
             // The missing listener is reported first, whatever the server handle.
             assertEquals(0, OpcShutdown.advise(0, null));
-            assertEquals(List.of(new LogCapture.Line("ERROR", "OpcShutdown::Advise method failed, callback object is null")),
+            assertEquals(List.of(new Line("ERROR", "OpcShutdown::Advise method failed, callback object is null")),
                     log.lines());
             SimControl.failNext("IConnectionPointContainer::FindConnectionPoint", E_FAIL, 1);
             fails("IConnectionPointContainer::FindConnectionPoint", () -> OpcShutdown.advise(sim.server, listener));

@@ -7,6 +7,7 @@ import static org.junit.jupiter.api.Assertions.*;
 
 import com.velmora.opc.jni.ComObjectClient;
 import com.velmora.opc.testsupport.*;
+import com.velmora.opc.testsupport.LogCapture.Line;
 import java.util.Arrays;
 import java.util.List;
 import org.junit.jupiter.api.Test;
@@ -131,12 +132,13 @@ class OpcAsyncIo2Test {
 
             // Nothing active, nothing to refresh.
             OpcItemMgt.setActiveState(g.itemMgt(), g.items(), false);
-            assertEquals(E_FAIL, fails("IOPCAsyncIO2::Refresh2", () -> OpcAsyncIo2.refresh(g.asyncIo(), true)).getHresult());
+            assertEquals(E_FAIL, fails("IOPCAsyncIO2::Refresh2", () -> OpcAsyncIo2.refresh(g.asyncIo(), true))
+                    .getHresult());
 
             OpcAsyncIo2.unadvise(g.asyncIo(), cookie);
             assertEquals(1, callback.settledDeletions());
-            assertEquals(List.of(new LogCapture.Line("ERROR", "OpcAsyncIO2::readAsync - jclass object clazz is null"),
-                    new LogCapture.Line("TRACE", "IOPCAsyncIO2::Refresh2- check returned false")), log.lines());
+            assertEquals(List.of(new Line("ERROR", "OpcAsyncIO2::readAsync - jclass object clazz is null"),
+                    new Line("TRACE", "IOPCAsyncIO2::Refresh2- check returned false")), log.lines());
         }
     }
 
@@ -177,7 +179,7 @@ class OpcAsyncIo2Test {
                     () -> OpcAsyncIo2.advise(g.asyncIo(), callback)).getHresult());
             assertEquals(List.of("deleted"), callback.calls());
             assertEquals(0, SimControl.callCount("IOPCAsyncIO2::SetEnable"));
-            assertEquals(List.of(new LogCapture.Line("ERROR", "OpcAsyncIo2:: IConnectionPoint::Advise failed")), log.lines());
+            assertEquals(List.of(new Line("ERROR", "OpcAsyncIo2:: IConnectionPoint::Advise failed")), log.lines());
 
             // Failures before the connection point is reached make no callback object at all.
             SimControl.failNext("IConnectionPointContainer::FindConnectionPoint", E_FAIL, 1);
@@ -312,9 +314,9 @@ class OpcAsyncIo2Test {
 
             OpcAsyncIo2.unadvise(g.asyncIo(), cookie);
             callback.await("deleted");
-            List<LogCapture.Line> nullArrays = List.of(new LogCapture.Line("TRACE", "OpcAsyncIo2::OnDataChange SafeArray -ulong is null"),
-                    new LogCapture.Line("TRACE", "OpcAsyncIo2::OnDataChange SafeArray -BSTR is null"),
-                    new LogCapture.Line("TRACE", "OpcAsyncIo2::OnDataChange SafeArray -ushort is null"));
+            List<Line> nullArrays = List.of(new Line("TRACE", "OpcAsyncIo2::OnDataChange SafeArray -ulong is null"),
+                    new Line("TRACE", "OpcAsyncIo2::OnDataChange SafeArray -BSTR is null"),
+                    new Line("TRACE", "OpcAsyncIo2::OnDataChange SafeArray -ushort is null"));
             assertEquals(List.of(nullArrays, nullArrays).stream().flatMap(List::stream).toList(), log.lines());
         }
     }

@@ -5,6 +5,7 @@ import static com.velmora.opc.testsupport.SimFixture.fails;
 import static org.junit.jupiter.api.Assertions.*;
 
 import com.velmora.opc.testsupport.*;
+import com.velmora.opc.testsupport.LogCapture.Line;
 import java.util.List;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.extension.ExtendWith;
@@ -77,9 +78,9 @@ class OpcBrowseServerAddressSpaceTest {
             SimControl.failNext(BROWSE_IDS, E_FAIL, 2);
             fails(BROWSE_IDS, () -> OpcBrowseServerAddressSpace.getGroups(browser, "", new Recorder()));
             fails(BROWSE_IDS, () -> OpcBrowseServerAddressSpace.listItems(browser, new Recorder()));
-            assertEquals(List.of(new LogCapture.Line("TRACE", "Native:ChangeBrowsePosition Failed, Calling goRoot \n "),
-                    new LogCapture.Line("ERROR", "BrowseServerAddressSpace::ChangeBrowsePosition->goDown failed"),
-                    new LogCapture.Line("TRACE", "Native:BrowseOPCItemIDs failed\n ")), log.lines());
+            assertEquals(List.of(new Line("TRACE", "Native:ChangeBrowsePosition Failed, Calling goRoot \n "),
+                    new Line("ERROR", "BrowseServerAddressSpace::ChangeBrowsePosition->goDown failed"),
+                    new Line("TRACE", "Native:BrowseOPCItemIDs failed\n ")), log.lines());
         }
     }
 
@@ -98,7 +99,8 @@ class OpcBrowseServerAddressSpaceTest {
             OpcBrowseServerAddressSpace.listItems(0, new Recorder());
             assertEquals(0, SimControl.callCount(CHANGE) + SimControl.callCount(BROWSE_IDS));
             assertEquals(List.of("OpcBrowseAddressSpace::goRoot- argument is null",
-                    "OpcBrowseAddressSpace::goDown- Argument is null", "OpcBrowseAddressSpace::goDown- Id/browser is null",
+                    "OpcBrowseAddressSpace::goDown- Argument is null",
+                    "OpcBrowseAddressSpace::goDown- Id/browser is null",
                     "OpcBrowseAddressSpace::get- incoming elements array is null",
                     "OpcBrowseAddressSpace::get- ADD method is null", "OpcBrowseAddressSpace::get- Id/browser is null",
                     "OpcBrowseAddressSpace::list- ADD method is null", "OpcBrowseAddressSpace::list- browser is null"),

@@ -23,7 +23,8 @@ class OpcBrowseTest {
     void branchesAndItemsWithTypeAndAccessRightsInPortions() {
         try (SimFixture sim = SimFixture.open()) {
             long browser = sim.query(sim.server, IID_IOPCBROWSE);
-            assertEquals(List.of("Bench=Bench branch+ vt0 --", "Simulation=Simulation branch+ vt0 --"), browse(browser, ""));
+            assertEquals(List.of("Bench=Bench branch+ vt0 --", "Simulation=Simulation branch+ vt0 --"),
+                    browse(browser, ""));
             assertEquals("id= continuation= max=0 filter=1 all=0 values=1 ids=1,5", SimControl.lastCallArgs(BROWSE));
             assertEquals(List.of("ReadOnly=Simulation.Access.ReadOnly item vt5 r-",
                     "WriteOnly=Simulation.Access.WriteOnly item vt5 -w"), browse(browser, "Simulation.Access"));
@@ -74,7 +75,8 @@ class OpcBrowseTest {
             OpcBrowse.browse(browser, null, new Recorder());
             assertEquals(0, SimControl.callCount(BROWSE));
             assertEquals(List.of("OpcBrowse::browse-Incoming elements array is null",
-                    "OpcBrowse::browse-Incoming elements array is null", "OpcBrowse::browse- elements -add method is null",
+                    "OpcBrowse::browse-Incoming elements array is null",
+                    "OpcBrowse::browse- elements -add method is null",
                     "OpcBrowse::browse-ID is null"), log.texts());
         }
     }

@@ -9,6 +9,7 @@ import com.velmora.opc.OpcException;
 import com.velmora.opc.jni.ComObjectClient;
 import com.velmora.opc.jni.UnexpectedNativeException;
 import com.velmora.opc.testsupport.*;
+import com.velmora.opc.testsupport.LogCapture.Line;
 import java.util.List;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.extension.ExtendWith;
@@ -34,7 +35,8 @@ class OpcDaServerTest {
 
             // An identity that cannot be resolved fails before any host is contacted.
             fails("OpcEnv::toCLSID", () -> OpcDaServer.createRemoteServer("No.Such.Server.1", "no-such-host.invalid"));
-            assertTrue(fails("OpcEnv::toCLSID", () -> OpcDaServer.createLocalServer("{6A1F3C52-9B47")).getHresult() < 0);
+            assertTrue(fails("OpcEnv::toCLSID", () -> OpcDaServer.createLocalServer("{6A1F3C52-9B47"))
+                    .getHresult() < 0);
             assertEquals(RPC_S_SERVER_UNAVAILABLE, fails("CoGetClassObject",
                     () -> OpcDaServer.createRemoteServer(SimControl.CLSID, "no-such-host.invalid")).getHresult());
             assertEquals(REGDB_E_CLASSNOTREG, fails("CoGetClassObject",
@@ -124,8 +126,8 @@ class OpcDaServerTest {
 
             fails("OpcDaServer::RemoveGroup", () -> OpcDaServer.removeGroup(sim.server, 999_999, true));
             OpcDaServer.removeGroup(0, 1, true);
-            assertEquals(List.of(new LogCapture.Line("TRACE", "OpcDaServer::RemoveGroup- check returned false"),
-                    new LogCapture.Line("ERROR", "OpcDaServer::RemoveGroup- incoming IOPCserver interface object is null")),
+            assertEquals(List.of(new Line("TRACE", "OpcDaServer::RemoveGroup- check returned false"),
+                    new Line("ERROR", "OpcDaServer::RemoveGroup- incoming IOPCserver interface object is null")),
                     log.lines());
         }
     }

@@ -42,7 +42,8 @@ class OpcItemMgtTest {
             assertSame(ids[0], added.records().get(0).args()[0]);
 
             int[] handles = {handle(added, 0), handle(added, 2), 999_999};
-            assertArrayEquals(new int[] {0, 0, OPC_E_INVALIDHANDLE}, OpcItemMgt.setActiveState(itemMgt, handles, false));
+            assertArrayEquals(new int[] {0, 0, OPC_E_INVALIDHANDLE},
+                    OpcItemMgt.setActiveState(itemMgt, handles, false));
             assertTrue(SimControl.lastCallArgs("IOPCItemMgt::SetActiveState").contains("active=0"),
                     SimControl.lastCallArgs("IOPCItemMgt::SetActiveState"));
             assertArrayEquals(new int[] {0, 0, OPC_E_INVALIDHANDLE}, OpcItemMgt.removeItems(itemMgt, handles));
@@ -62,8 +63,9 @@ class OpcItemMgtTest {
             assertNull(OpcItemMgt.removeItems(itemMgt, new int[0]));
             assertNull(OpcItemMgt.setActiveState(0, new int[] {1}, true));
             assertNull(OpcItemMgt.setActiveState(itemMgt, new int[0], true));
-            assertEquals(0, SimControl.callCount("IOPCItemMgt::AddItems") + SimControl.callCount("IOPCItemMgt::ValidateItems")
-                    + SimControl.callCount("IOPCItemMgt::RemoveItems") + SimControl.callCount("IOPCItemMgt::SetActiveState"));
+            for (String method : List.of("AddItems", "ValidateItems", "RemoveItems", "SetActiveState")) {
+                assertEquals(0, SimControl.callCount("IOPCItemMgt::" + method), method);
+            }
 
             // A null id is sent as the empty id, which the server refuses.
             Recorder results = new Recorder();

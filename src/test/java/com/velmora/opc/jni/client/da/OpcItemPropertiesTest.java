@@ -66,8 +66,8 @@ class OpcItemPropertiesTest {
             String call = "IOPCItemProperties::GetItemProperties";
             assertEquals(0xC0040203, fails(call + "2", () -> OpcItemProperties.getBooleanProperty(props, R8, 9999))
                     .getHresult());
-            assertEquals(OPC_E_UNKNOWNITEMID, fails(call, () -> OpcItemProperties.getStringProperty(props, "No.Such", VALUE))
-                    .getHresult());
+            assertEquals(OPC_E_UNKNOWNITEMID,
+                    fails(call, () -> OpcItemProperties.getStringProperty(props, "No.Such", VALUE)).getHresult());
             assertEquals(OPC_E_UNKNOWNITEMID, fails("IOPCItemProperties::QueryAvailableProperties",
                     () -> OpcItemProperties.queryAvailableProperties(props, "No.Such", null)).getHresult());
 

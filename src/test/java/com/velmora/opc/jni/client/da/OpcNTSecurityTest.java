@@ -4,6 +4,7 @@ import static com.velmora.opc.testsupport.Codes.*;
 import static org.junit.jupiter.api.Assertions.*;
 
 import com.velmora.opc.testsupport.*;
+import com.velmora.opc.testsupport.LogCapture.Line;
 import java.util.List;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.extension.ExtendWith;
@@ -35,9 +36,9 @@ class OpcNTSecurityTest {
             assertFalse(OpcNTSecurity.isAvailableNT(0));
             assertEquals(0, OpcNTSecurity.queryImpersonationLevel(0));
             assertEquals(-1, OpcNTSecurity.changeUser(0, "operator", "secret"));
-            assertEquals(List.of(new LogCapture.Line("ERROR", "OpcNTSecurity:isAvailableNT->argument is null"),
-                    new LogCapture.Line("ERROR", "OpcNTSecurity:queryImpersonationLevel->argument is null"),
-                    new LogCapture.Line("ERROR", "OpcNTSecurity:changeUser->argument is null")), log.lines());
+            assertEquals(List.of(new Line("ERROR", "OpcNTSecurity:isAvailableNT->argument is null"),
+                    new Line("ERROR", "OpcNTSecurity:queryImpersonationLevel->argument is null"),
+                    new Line("ERROR", "OpcNTSecurity:changeUser->argument is null")), log.lines());
         }
     }
 }

@@ -4,6 +4,7 @@ import static com.velmora.opc.testsupport.Codes.*;
 import static org.junit.jupiter.api.Assertions.*;
 
 import com.velmora.opc.testsupport.*;
+import com.velmora.opc.testsupport.LogCapture.Line;
 import java.util.List;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.extension.ExtendWith;
@@ -30,9 +31,9 @@ class OpcPrivateSecurityTest {
             assertFalse(OpcPrivateSecurity.isAvailablePrivate(0));
             assertEquals(-1, OpcPrivateSecurity.logon(0, "operator", "secret"));
             assertFalse(OpcPrivateSecurity.logoff(0));
-            assertEquals(List.of(new LogCapture.Line("ERROR", "OpcPrivateSecurity:isAvailablePrivate->argument is null"),
-                    new LogCapture.Line("ERROR", "OpcPrivateSecurity:logOn->argument is null"),
-                    new LogCapture.Line("ERROR", "OpcPrivateSecurity:logOff->argument is null")), log.lines());
+            assertEquals(List.of(new Line("ERROR", "OpcPrivateSecurity:isAvailablePrivate->argument is null"),
+                    new Line("ERROR", "OpcPrivateSecurity:logOn->argument is null"),
+                    new Line("ERROR", "OpcPrivateSecurity:logOff->argument is null")), log.lines());
         }
     }
 }

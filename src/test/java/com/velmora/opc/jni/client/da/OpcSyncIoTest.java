@@ -8,6 +8,7 @@ import static org.junit.jupiter.api.Assertions.*;
 import com.velmora.opc.OpcEnv;
 import com.velmora.opc.jni.ComObjectClient;
 import com.velmora.opc.testsupport.*;
+import com.velmora.opc.testsupport.LogCapture.Line;
 import java.util.Arrays;
 import java.util.List;
 import org.junit.jupiter.api.Test;
@@ -18,7 +19,8 @@ class OpcSyncIoTest {
 
     /** What the write listener hears of a synchronous write. */
     private static String written(int hr, int count, int[] handles, int[] errors) {
-        return "issued write sync " + hr + " " + count + " 0 " + Arrays.toString(handles) + " " + Arrays.toString(errors);
+        return "issued write sync " + hr + " " + count + " 0 " + Arrays.toString(handles) + " "
+                + Arrays.toString(errors);
     }
 
     @Test
@@ -43,7 +45,8 @@ class OpcSyncIoTest {
                     "string " + h[7] + " [true,false] q192 e0 sync",
                     "numeric " + h[8] + " 4.0E9 q192 e0 sync"), receiver.calls());
             assertTrue((long) receiver.records().get(0).args()[0] > before, receiver.records().get(0)::toString);
-            assertTrue(SimControl.lastCallArgs("IOPCSyncIO::Read").startsWith("source=2 count=9 handles=" + h[0] + ","));
+            assertTrue(SimControl.lastCallArgs("IOPCSyncIO::Read").startsWith("source=2 count=9 handles=" + h[0] + ","),
+                    SimControl.lastCallArgs("IOPCSyncIO::Read"));
 
             OpcSyncIo.read(g.syncIo(), new int[] {h[2], h[0]}, true, receiver);
             assertEquals("source=1 count=2 handles=" + h[2] + "," + h[0], SimControl.lastCallArgs("IOPCSyncIO::Read"));
@@ -52,39 +55,10 @@ class OpcSyncIoTest {
     }
 
     @Test
-    void nullStringsAndArraysArriveEmptyPerItemErrorsAsUpdateErrorAndNativeExceptionsAreLogged() {
-        try (SimFixture sim = SimFixture.open(); LogCapture log = new LogCapture()) {
-            SimFixture.Group g = sim.group("g", 1000, "Simulation.Static.BSTR", "Simulation.Array.R8",
-                    "Simulation.Array.I4", "Simulation.Static.R8");
-            int[] h = g.items();
-            SimControl.setNullResults("values", true);
-            SimControl.setItemError("Simulation.Static.R8", OPC_E_BADRIGHTS);
-            Recorder receiver = new Recorder();
-            OpcSyncIo.read(g.syncIo(), h, true, receiver);
-            assertEquals(List.of(
-                    "string " + h[0] + " [] q192 e0 sync",
-                    "string " + h[1] + " [] q192 e0 sync",
-                    "string " + h[2] + " [] q192 e0 sync",
-                    "error " + h[3] + " q0 e" + OPC_E_BADRIGHTS + " sync"), receiver.calls());
-
-            OpcEnv.initThread();
-            long throwing = Throwing.createServer();
-            long syncIo = Throwing.syncIo(throwing);
-            assertNotEquals(0, syncIo);
-            OpcSyncIo.read(syncIo, new int[] {1}, true, receiver);
-            ComObjectClient.release(syncIo);
-            ComObjectClient.release(throwing);
-            assertEquals(4, receiver.calls().size());
-            assertEquals(List.of("OpcSyncIO::read -> SafeArray -double is null", "OpcSyncIO::read -> SafeArray -char is null",
-                    "Unexpected exception in SyncIo2::Read."), log.texts());
-        }
-    }
-
-    @Test
-    void failuresBeforeDuringAndAfterTheServerCall() {
+    void failuresAndNullsBeforeDuringAndAfterTheServerCall() {
         try (SimFixture sim = SimFixture.open(); LogCapture log = new LogCapture()) {
             SimFixture.Group g = sim.group("g", 1000, "Simulation.Static.BSTR", "Simulation.Array.BSTR",
-                    "Simulation.Static.R8");
+                    "Simulation.Static.R8", "Simulation.Array.R8", "Simulation.Array.I4");
             int[] items = g.items();
             Recorder receiver = new Recorder();
             OpcSyncIo.read(0, items, true, receiver);
@@ -112,18 +86,38 @@ class OpcSyncIoTest {
             IllegalStateException thrown = assertThrows(IllegalStateException.class,
                     () -> OpcSyncIo.read(g.syncIo(), items, true, throwing));
             assertEquals(throwing.calls().get(0), thrown.getMessage());
-            assertEquals(3, throwing.calls().size(), throwing.calls()::toString);
+            assertEquals(items.length, throwing.calls().size(), throwing.calls()::toString);
 
             SimControl.failNext("IOPCSyncIO::Read", E_FAIL, 1);
             assertEquals(E_FAIL, fails("IOPCSyncIO::Read", () -> OpcSyncIo.read(g.syncIo(), items, false, receiver))
                     .getHresult());
             assertEquals(List.of(), receiver.calls());
+
+            // Null strings and arrays arrive empty, per-item errors as updateError.
+            SimControl.setNullResults("values", true);
+            SimControl.setItemError("Simulation.Static.R8", OPC_E_BADRIGHTS);
+            OpcSyncIo.read(g.syncIo(), items, true, receiver);
+            assertEquals(List.of("string " + items[0] + " [] q192 e0 sync", "string " + items[1] + " [] q192 e0 sync",
+                    "error " + items[2] + " q0 e" + OPC_E_BADRIGHTS + " sync",
+                    "string " + items[3] + " [] q192 e0 sync", "string " + items[4] + " [] q192 e0 sync"),
+                    receiver.calls());
+            // A native exception inside the read is logged, not thrown.
+            OpcEnv.initThread();
+            long throwingServer = Throwing.createServer();
+            long syncIo = Throwing.syncIo(throwingServer);
+            assertNotEquals(0, syncIo);
+            OpcSyncIo.read(syncIo, new int[] {1}, true, receiver);
+            ComObjectClient.release(syncIo);
+            ComObjectClient.release(throwingServer);
+            assertEquals(5, receiver.calls().size());
             assertEquals(List.of("OpcSyncIo:read->argument is null",
                     "OpcSyncIO::read -> serverHandles is null",
                     "OpcSyncIO::read -> GetArrayLength is zero",
                     "OpcSyncIO::read -> readResults or hresults is null",
                     "OpcSyncIO::read -> jni method ids are null",
-                    "OpcSyncIO::read -> readResults or hresults is null"), log.texts());
+                    "OpcSyncIO::read -> readResults or hresults is null", "OpcSyncIO::read -> SafeArray -bstr is null",
+                    "OpcSyncIO::read -> SafeArray -double is null", "OpcSyncIO::read -> SafeArray -char is null",
+                    "Unexpected exception in SyncIo2::Read."), log.texts());
         }
     }
 
@@ -166,9 +160,9 @@ class OpcSyncIoTest {
             SimControl.failNext("IOPCSyncIO::Write", E_FAIL, 1);
             assertEquals(E_FAIL, fails("IOPCSyncIO::Write",
                     () -> OpcSyncIo.writeString(io, h[5], "1.5,2.5", VT_ARRAY | VT_R8)).getHresult());
-            assertEquals(List.of(new LogCapture.Line("ERROR", "OpcSyncIO:writeBoolean->argument is null"),
-                    new LogCapture.Line("ERROR", "OpcSyncIO:writeNumeric->argument is null"),
-                    new LogCapture.Line("ERROR", "OpcSyncIO:writeString->argument is null")), log.lines());
+            assertEquals(List.of(new Line("ERROR", "OpcSyncIO:writeBoolean->argument is null"),
+                    new Line("ERROR", "OpcSyncIO:writeNumeric->argument is null"),
+                    new Line("ERROR", "OpcSyncIO:writeString->argument is null")), log.lines());
         }
     }
 
@@ -176,8 +170,8 @@ class OpcSyncIoTest {
     void writeArrayBuildsEachValueByItsTypeAndReportsThroughTheListenerOrTheLog() {
         try (SimFixture sim = SimFixture.open(); LogCapture log = new LogCapture()) {
             SimFixture.Group g = sim.group("w", 1000, "Simulation.Static.R8", "Simulation.Static.BOOL",
-                    "Simulation.Array.I4", "Simulation.Static.BSTR", "Simulation.Access.ReadOnly", "Simulation.Static.I2",
-                    "Simulation.Unsupported.DATE", "Simulation.Array.R8");
+                    "Simulation.Array.I4", "Simulation.Static.BSTR", "Simulation.Access.ReadOnly",
+                    "Simulation.Static.I2", "Simulation.Unsupported.DATE", "Simulation.Array.R8");
             int[] h = g.items();
             long io = g.syncIo();
             Recorder returns = new Recorder();
