@@ -6,19 +6,16 @@
 
 namespace {
 
-const CLSID kUnregistered = {0x0BADF00D, 0x1234, 0x5678, {0x9A, 0xBC, 0xDE, 0xF0, 0x12, 0x34, 0x56, 0x78}};
-
 template <typename Body>
 void onNewThread(Body&& body) {
-    std::thread t(std::forward<Body>(body));
-    t.join();
+    std::thread(std::forward<Body>(body)).join();
 }
 
-HRESULT activationResult() {
-    void* object = reinterpret_cast<void*>(1);
-    const HRESULT hr = CoGetClassObject(kUnregistered, CLSCTX_INPROC_SERVER, nullptr, IID_IClassFactory, &object);
-    EXPECT_EQ(nullptr, object);
-    return hr;
+HRESULT activationResult() { return classObject(kUnregistered, CLSCTX_INPROC_SERVER); }
+
+HRESULT initialiseSecurity() {
+    return CoInitializeSecurity(nullptr, -1, nullptr, nullptr, RPC_C_AUTHN_LEVEL_DEFAULT, RPC_C_IMP_LEVEL_IMPERSONATE,
+                                nullptr, EOAC_NONE, nullptr);
 }
 
 }  // namespace
@@ -41,50 +38,29 @@ TEST(Apartment, RepeatedInitialisationCountsAndOtherModelIsRefused) {
     });
 }
 
-TEST(Apartment, UninitialisedThreadsJoinAnExistingMultithreadedApartment) {
+TEST(Apartment, OnlyAnExistingMultithreadedApartmentCoversUninitialisedThreads) {
     onNewThread([] { EXPECT_EQ(CO_E_NOTINITIALIZED, activationResult()); });
-    onNewThread([] {
-        ASSERT_EQ(S_OK, CoInitializeEx(nullptr, COINIT_MULTITHREADED));
-        onNewThread([] { EXPECT_EQ(REGDB_E_CLASSNOTREG, activationResult()); });
-        CoUninitialize();
-    });
-    onNewThread([] { EXPECT_EQ(CO_E_NOTINITIALIZED, activationResult()); });
-}
-
-TEST(Apartment, SingleThreadedApartmentsDoNotCoverOtherThreads) {
-    onNewThread([] {
-        ASSERT_EQ(S_OK, CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED));
-        EXPECT_EQ(REGDB_E_CLASSNOTREG, activationResult());
+    for (DWORD model : {COINIT_MULTITHREADED, COINIT_APARTMENTTHREADED}) {
+        onNewThread([model] {
+            ASSERT_EQ(S_OK, CoInitializeEx(nullptr, model));
+            EXPECT_EQ(REGDB_E_CLASSNOTREG, activationResult());
+            onNewThread([model] {
+                EXPECT_EQ(model == COINIT_MULTITHREADED ? REGDB_E_CLASSNOTREG : CO_E_NOTINITIALIZED,
+                          activationResult());
+            });
+            CoUninitialize();
+        });
         onNewThread([] { EXPECT_EQ(CO_E_NOTINITIALIZED, activationResult()); });
-        CoUninitialize();
-    });
+    }
 }
 
 TEST(Apartment, SecurityIsSetOncePerProcess) {
     SKIP_UNDER_WINE("CoInitializeSecurity always answers S_OK under Wine");
-    onNewThread([] {
-        EXPECT_EQ(CO_E_NOTINITIALIZED,
-                  CoInitializeSecurity(nullptr, -1, nullptr, nullptr, RPC_C_AUTHN_LEVEL_DEFAULT,
-                                       RPC_C_IMP_LEVEL_IMPERSONATE, nullptr, EOAC_NONE, nullptr));
-    });
-    onNewThread([] {
-        MtaScope mta;
-        EXPECT_EQ(S_OK, CoInitializeSecurity(nullptr, -1, nullptr, nullptr, RPC_C_AUTHN_LEVEL_DEFAULT,
-                                             RPC_C_IMP_LEVEL_IMPERSONATE, nullptr, EOAC_NONE, nullptr));
-    });
-    onNewThread([] {
-        MtaScope mta;
-        EXPECT_EQ(RPC_E_TOO_LATE, CoInitializeSecurity(nullptr, -1, nullptr, nullptr, RPC_C_AUTHN_LEVEL_DEFAULT,
-                                                       RPC_C_IMP_LEVEL_IMPERSONATE, nullptr, EOAC_NONE, nullptr));
-    });
-}
-
-TEST(Apartment, ObjectsUsedDirectlyHaveNoProxyBlanket) {
-    CountingUnknown object;
-    IUnknown* security = reinterpret_cast<IUnknown*>(1);
-    EXPECT_EQ(E_NOINTERFACE, object.QueryInterface(IID_IClientSecurity, reinterpret_cast<void**>(&security)));
-    EXPECT_EQ(E_NOINTERFACE, CoSetProxyBlanket(&object, RPC_C_AUTHN_WINNT, RPC_C_AUTHZ_NONE, nullptr,
-                                               RPC_C_AUTHN_LEVEL_CONNECT, RPC_C_IMP_LEVEL_IMPERSONATE, nullptr,
-                                               EOAC_NONE));
-    EXPECT_EQ(1u, object.refs.load());
+    onNewThread([] { EXPECT_EQ(CO_E_NOTINITIALIZED, initialiseSecurity()); });
+    for (HRESULT expected : {S_OK, RPC_E_TOO_LATE}) {
+        onNewThread([expected] {
+            MtaScope mta;
+            EXPECT_EQ(expected, initialiseSecurity());
+        });
+    }
 }

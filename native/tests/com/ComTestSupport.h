@@ -17,6 +17,9 @@
 
 using Text = std::basic_string<OLECHAR>;
 
+// A class that no test registers.
+const CLSID kUnregistered = {0x0BADF00D, 0x1234, 0x5678, {0x9A, 0xBC, 0xDE, 0xF0, 0x12, 0x34, 0x56, 0x78}};
+
 // Wine implements COM faithfully but departs from Windows in a few documented places.
 inline bool runningUnderWine() {
     HMODULE ntdll = GetModuleHandleA("ntdll.dll");
@@ -53,13 +56,10 @@ private:
 class CountingUnknown final : public IUnknown {
 public:
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-        if (riid == IID_IUnknown) {
-            *ppv = this;
-            AddRef();
-            return S_OK;
-        }
-        *ppv = nullptr;
-        return E_NOINTERFACE;
+        *ppv = riid == IID_IUnknown ? this : nullptr;
+        if (*ppv == nullptr) return E_NOINTERFACE;
+        AddRef();
+        return S_OK;
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return ++refs; }
     ULONG STDMETHODCALLTYPE Release() override { return --refs; }
@@ -73,8 +73,23 @@ public:
     ~MtaScope() {
         if (SUCCEEDED(hr_)) CoUninitialize();
     }
-    HRESULT result() const { return hr_; }
 
 private:
     HRESULT hr_;
 };
+
+// A class object for the context; on failure the out-pointer must come back null. Without a
+// place for the factory, a factory obtained is released at once.
+inline HRESULT classObject(const CLSID& clsid, DWORD context, COSERVERINFO* server = nullptr,
+                           IClassFactory** factory = nullptr) {
+    IClassFactory* got = reinterpret_cast<IClassFactory*>(1);
+    const HRESULT hr = CoGetClassObject(clsid, context, server, IID_IClassFactory, reinterpret_cast<void**>(&got));
+    if (FAILED(hr)) {
+        EXPECT_EQ(nullptr, got) << "out-pointer not cleared for 0x" << std::hex << hr;
+    }
+    if (factory != nullptr)
+        *factory = got;
+    else if (SUCCEEDED(hr))
+        got->Release();
+    return hr;
+}

@@ -3,12 +3,12 @@
 
 #include <winreg.h>
 
-#include <cstring>
-
 #ifndef _WIN32
 #include <substrate/registry.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <cstring>
 #endif
 
 namespace {
@@ -18,14 +18,17 @@ class ScratchKey {
 public:
     explicit ScratchKey(const OLECHAR* name) : name_(name) {
         RegDeleteTreeW(HKEY_CLASSES_ROOT, name_.c_str());
-        EXPECT_EQ(ERROR_SUCCESS, RegCreateKeyExW(HKEY_CLASSES_ROOT, name_.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS,
-                                                 nullptr, &key_, nullptr));
+        EXPECT_EQ(ERROR_SUCCESS, create(HKEY_CLASSES_ROOT, name, &key_));
     }
     ~ScratchKey() {
         RegCloseKey(key_);
         RegDeleteTreeW(HKEY_CLASSES_ROOT, name_.c_str());
     }
     HKEY get() const { return key_; }
+
+    static LSTATUS create(HKEY parent, const OLECHAR* name, HKEY* key, DWORD* disposition = nullptr) {
+        return RegCreateKeyExW(parent, name, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, key, disposition);
+    }
 
 private:
     Text name_;
@@ -35,6 +38,13 @@ private:
 LSTATUS setString(HKEY key, const OLECHAR* name, const OLECHAR* value) {
     return RegSetValueExW(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(value),
                           static_cast<DWORD>((Text(value).size() + 1) * sizeof(OLECHAR)));
+}
+
+Text readString(HKEY key, const OLECHAR* name) {
+    OLECHAR text[64];
+    DWORD size = sizeof(text);
+    EXPECT_EQ(ERROR_SUCCESS, RegQueryValueExW(key, name, nullptr, nullptr, reinterpret_cast<BYTE*>(text), &size));
+    return text;
 }
 
 }  // namespace
@@ -56,37 +66,30 @@ TEST(Registry, ValuesRoundTripWithSizeQueries) {
     EXPECT_EQ(ERROR_MORE_DATA, RegQueryValueExW(scratch.get(), OLESTR("Named"), nullptr, nullptr,
                                                 reinterpret_cast<BYTE*>(small), &smallSize));
     EXPECT_EQ(size, smallSize);
+    EXPECT_EQ(Text(OLESTR("tab\tand\nline %41")), readString(scratch.get(), OLESTR("Named")));
+    EXPECT_EQ(Text(OLESTR("default")), readString(scratch.get(), nullptr));
 
-    OLECHAR text[64];
-    DWORD textSize = sizeof(text);
-    ASSERT_EQ(ERROR_SUCCESS, RegGetValueW(HKEY_CLASSES_ROOT, OLESTR("ComRuntimeTest.Values"), OLESTR("Named"),
-                                          RRF_RT_REG_SZ, nullptr, text, &textSize));
-    EXPECT_EQ(Text(OLESTR("tab\tand\nline %41")), Text(text));
-    DWORD read = 0;
-    DWORD readSize = sizeof(read);
+    DWORD read = 0, readSize = sizeof(read);
     ASSERT_EQ(ERROR_SUCCESS, RegQueryValueExW(scratch.get(), OLESTR("Number"), nullptr, &type,
                                               reinterpret_cast<BYTE*>(&read), &readSize));
     EXPECT_EQ(number, read);
     EXPECT_EQ(ERROR_FILE_NOT_FOUND, RegQueryValueExW(scratch.get(), OLESTR("Missing"), nullptr, nullptr, nullptr, nullptr));
-    EXPECT_EQ(ERROR_SUCCESS, RegDeleteValueW(scratch.get(), OLESTR("Number")));
-    EXPECT_EQ(ERROR_FILE_NOT_FOUND, RegDeleteValueW(scratch.get(), OLESTR("Number")));
 }
 
 TEST(Registry, KeysAreCaseInsensitiveEnumeratedAndDeletedAsTrees) {
     ScratchKey scratch(OLESTR("ComRuntimeTest.Keys"));
-    HKEY child = nullptr;
-    DWORD disposition = 0;
-    ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExW(scratch.get(), OLESTR("Beta\\Deep"), 0, nullptr, 0, KEY_ALL_ACCESS,
-                                             nullptr, &child, &disposition));
-    EXPECT_EQ(static_cast<DWORD>(REG_CREATED_NEW_KEY), disposition);
-    RegCloseKey(child);
-    ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExW(scratch.get(), OLESTR("BETA"), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
-                                             &child, &disposition));
-    EXPECT_EQ(static_cast<DWORD>(REG_OPENED_EXISTING_KEY), disposition);
-    RegCloseKey(child);
-    ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExW(scratch.get(), OLESTR("alpha"), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
-                                             &child, nullptr));
-    RegCloseKey(child);
+    const struct {
+        const OLECHAR* name;
+        DWORD disposition;
+    } creations[] = {{OLESTR("Beta\\Deep"), REG_CREATED_NEW_KEY}, {OLESTR("BETA"), REG_OPENED_EXISTING_KEY},
+                     {OLESTR("alpha"), REG_CREATED_NEW_KEY}};
+    for (const auto& c : creations) {
+        HKEY child = nullptr;
+        DWORD disposition = 0;
+        ASSERT_EQ(ERROR_SUCCESS, ScratchKey::create(scratch.get(), c.name, &child, &disposition));
+        EXPECT_EQ(c.disposition, disposition);
+        RegCloseKey(child);
+    }
 
     OLECHAR name[16];
     DWORD length = 16;
@@ -101,10 +104,10 @@ TEST(Registry, KeysAreCaseInsensitiveEnumeratedAndDeletedAsTrees) {
     length = 16;
     EXPECT_EQ(ERROR_NO_MORE_ITEMS, RegEnumKeyExW(scratch.get(), 2, name, &length, nullptr, nullptr, nullptr, nullptr));
 
+    HKEY child = nullptr;
     EXPECT_EQ(ERROR_SUCCESS, RegOpenKeyExW(HKEY_CLASSES_ROOT, OLESTR("comruntimetest.keys\\beta\\DEEP"), 0, KEY_READ,
                                            &child));
     RegCloseKey(child);
-    EXPECT_EQ(ERROR_ACCESS_DENIED, RegDeleteKeyW(scratch.get(), OLESTR("Beta")));  // it has a sub-key
     EXPECT_EQ(ERROR_SUCCESS, RegDeleteTreeW(scratch.get(), OLESTR("Beta")));
     child = reinterpret_cast<HKEY>(1);
     EXPECT_EQ(ERROR_FILE_NOT_FOUND, RegOpenKeyExW(scratch.get(), OLESTR("Beta\\Deep"), 0, KEY_READ, &child));
@@ -128,11 +131,7 @@ TEST(Registry, ChangesMadeByAnotherProcessAreSeen) {
     int status = 0;
     waitpid(child, &status, 0);
     ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-    OLECHAR text[64];
-    DWORD size = sizeof(text);
-    ASSERT_EQ(ERROR_SUCCESS, RegQueryValueExW(scratch.get(), nullptr, nullptr, nullptr, reinterpret_cast<BYTE*>(text),
-                                              &size));
-    EXPECT_EQ(Text(OLESTR("after, from another process")), Text(text));
+    EXPECT_EQ(Text(OLESTR("after, from another process")), readString(scratch.get(), nullptr));
     EXPECT_NE(nullptr, std::strstr(RegistryFilePath(), "registry"));
 }
 #endif

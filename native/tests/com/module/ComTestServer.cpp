@@ -16,68 +16,44 @@ namespace {
 const CLSID kTestObject = {0x6F1D3C2A, 0x8B4E, 0x4F61, {0x9C, 0x7D, 0x2A, 0x5B, 0x8E, 0x9F, 0x1C, 0x01}};
 std::atomic<long> liveObjects{0};
 
-class TestObject final : public IUnknown {
+// The module's objects: reference counted, each a live object until its last reference goes.
+template <typename Interface>
+class Counted : public Interface {
 public:
-    TestObject() { ++liveObjects; }
+    explicit Counted(const IID& iid) : iid_(iid) { ++liveObjects; }
+    virtual ~Counted() { --liveObjects; }
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
         if (ppv == nullptr) return E_POINTER;
-        if (riid == IID_IUnknown) {
-            *ppv = static_cast<IUnknown*>(this);
-            AddRef();
-            return S_OK;
-        }
-        *ppv = nullptr;
-        return E_NOINTERFACE;
+        *ppv = riid == IID_IUnknown || riid == iid_ ? static_cast<Interface*>(this) : nullptr;
+        if (*ppv == nullptr) return E_NOINTERFACE;
+        AddRef();
+        return S_OK;
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return ++refs_; }
     ULONG STDMETHODCALLTYPE Release() override {
         const ULONG left = --refs_;
-        if (left == 0) {
-            --liveObjects;
-            delete this;
-        }
+        if (left == 0) delete this;
         return left;
     }
 
 private:
+    const IID iid_;
     std::atomic<ULONG> refs_{1};
 };
 
-class Factory final : public IClassFactory {
+class Factory final : public Counted<IClassFactory> {
 public:
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-        if (ppv == nullptr) return E_POINTER;
-        if (riid == IID_IUnknown || riid == IID_IClassFactory) {
-            *ppv = static_cast<IClassFactory*>(this);
-            AddRef();
-            return S_OK;
-        }
-        *ppv = nullptr;
-        return E_NOINTERFACE;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return ++refs_; }
-    ULONG STDMETHODCALLTYPE Release() override {
-        const ULONG left = --refs_;
-        if (left == 0) {
-            --liveObjects;
-            delete this;
-        }
-        return left;
-    }
+    Factory() : Counted(IID_IClassFactory) {}
     HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID riid, void** ppv) override {
         if (ppv == nullptr) return E_POINTER;
         *ppv = nullptr;
         if (outer != nullptr) return CLASS_E_NOAGGREGATION;
-        auto* object = new TestObject();
+        auto* object = new Counted<IUnknown>(IID_IUnknown);
         const HRESULT hr = object->QueryInterface(riid, ppv);
         object->Release();
         return hr;
     }
     HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return S_OK; }
-    Factory() { ++liveObjects; }
-
-private:
-    std::atomic<ULONG> refs_{1};
 };
 
 using Wide = std::basic_string<WCHAR>;
@@ -90,14 +66,6 @@ LSTATUS setValue(const Wide& path, const WCHAR* name, const Wide& value) {
                             static_cast<DWORD>((value.size() + 1) * sizeof(WCHAR)));
     RegCloseKey(key);
     return status;
-}
-
-LSTATUS setDefault(const Wide& path, const Wide& value) { return setValue(path, nullptr, value); }
-
-Wide clsidText() {
-    OLECHAR text[39];
-    StringFromGUID2(kTestObject, text, 39);
-    return Wide(text);
 }
 
 }  // namespace
@@ -124,19 +92,26 @@ ENTRY_POINT DllRegisterServer(void) {
     WCHAR path[1024];
     const DWORD length = GetModuleFileNameW(self, path, 1024);
     if (length == 0 || length >= 1024) return E_FAIL;
-    const Wide classKey = Wide(OLESTR("CLSID\\")) + clsidText();
-    LSTATUS s = setDefault(classKey, OLESTR("COM runtime test object"));
-    if (s == ERROR_SUCCESS) s = setDefault(classKey + OLESTR("\\InprocServer32"), Wide(path, length));
-    // Usable from any apartment, so callers get the object itself rather than a proxy.
-    if (s == ERROR_SUCCESS) s = setValue(classKey + OLESTR("\\InprocServer32"), OLESTR("ThreadingModel"), OLESTR("Both"));
-    if (s == ERROR_SUCCESS) s = setDefault(classKey + OLESTR("\\ProgID"), OLESTR("ComTest.Object.1"));
-    if (s == ERROR_SUCCESS) s = setDefault(OLESTR("ComTest.Object.1"), OLESTR("COM runtime test object"));
-    if (s == ERROR_SUCCESS) s = setDefault(OLESTR("ComTest.Object.1\\CLSID"), clsidText());
-    return s == ERROR_SUCCESS ? S_OK : HRESULT_FROM_WIN32(s);
-}
-
-ENTRY_POINT DllUnregisterServer(void) {
-    RegDeleteTreeW(HKEY_CLASSES_ROOT, OLESTR("ComTest.Object.1"));
-    RegDeleteTreeW(HKEY_CLASSES_ROOT, (Wide(OLESTR("CLSID\\")) + clsidText()).c_str());
+    OLECHAR clsid[39];
+    StringFromGUID2(kTestObject, clsid, 39);
+    const Wide classKey = Wide(OLESTR("CLSID\\")) + clsid;
+    const Wide inproc = classKey + OLESTR("\\InprocServer32");
+    const struct {
+        Wide key;
+        const WCHAR* name;
+        Wide value;
+    } entries[] = {
+        {classKey, nullptr, OLESTR("COM runtime test object")},
+        {inproc, nullptr, Wide(path, length)},
+        // Usable from any apartment, so callers get the object itself rather than a proxy.
+        {inproc, OLESTR("ThreadingModel"), OLESTR("Both")},
+        {classKey + OLESTR("\\ProgID"), nullptr, OLESTR("ComTest.Object.1")},
+        {OLESTR("ComTest.Object.1"), nullptr, OLESTR("COM runtime test object")},
+        {OLESTR("ComTest.Object.1\\CLSID"), nullptr, clsid},
+    };
+    for (const auto& entry : entries) {
+        if (const LSTATUS s = setValue(entry.key, entry.name, entry.value); s != ERROR_SUCCESS)
+            return HRESULT_FROM_WIN32(s);
+    }
     return S_OK;
 }
