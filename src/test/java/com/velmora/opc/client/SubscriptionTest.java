@@ -1,27 +1,14 @@
 package com.velmora.opc.client;
 
-import static org.junit.jupiter.api.Assertions.assertEquals;
-import static org.junit.jupiter.api.Assertions.assertFalse;
-import static org.junit.jupiter.api.Assertions.assertNotNull;
-import static org.junit.jupiter.api.Assertions.assertNotEquals;
-import static org.junit.jupiter.api.Assertions.assertSame;
-import static org.junit.jupiter.api.Assertions.assertThrows;
-import static org.junit.jupiter.api.Assertions.assertTrue;
-import static org.junit.jupiter.api.Assumptions.assumeTrue;
+import static com.velmora.opc.testsupport.Codes.*;
+import static org.junit.jupiter.api.Assertions.*;
 
 import com.velmora.opc.jni.HresultException;
 import com.velmora.opc.testsupport.LedgerCheck;
 import com.velmora.opc.testsupport.SimControl;
-import java.util.ArrayList;
-import java.util.LinkedHashMap;
-import java.util.List;
-import java.util.Map;
-import java.util.Set;
-import java.util.concurrent.BlockingQueue;
-import java.util.concurrent.ConcurrentHashMap;
-import java.util.concurrent.CountDownLatch;
-import java.util.concurrent.LinkedBlockingQueue;
-import java.util.concurrent.TimeUnit;
+import com.velmora.opc.testsupport.SimFixture;
+import java.util.*;
+import java.util.concurrent.*;
 import org.junit.jupiter.api.AfterEach;
 import org.junit.jupiter.api.BeforeEach;
 import org.junit.jupiter.api.Test;
@@ -29,49 +16,43 @@ import org.junit.jupiter.api.extension.ExtendWith;
 
 @ExtendWith(LedgerCheck.class)
 class SubscriptionTest {
-    private static final int E_FAIL = 0x80004005;
-    private static final int OPC_E_UNKNOWNITEMID = 0xC0040007;
-    private static final int OPC_E_BADRIGHTS = 0xC0040006;
-    private static final int OPC_E_RANGE = 0xC004000B;
-
     private OpcClient client;
 
     /** Everything a subscription delivered, with the threads it came on. */
-    private static final class Recorder implements SubscriptionListener {
+    private static final class Listener implements SubscriptionListener {
         final BlockingQueue<ItemValue> values = new LinkedBlockingQueue<>();
         final BlockingQueue<Object[]> reads = new LinkedBlockingQueue<>();
         final BlockingQueue<Object[]> writes = new LinkedBlockingQueue<>();
         final Set<Thread> threads = ConcurrentHashMap.newKeySet();
         volatile RuntimeException toThrow;
 
-        private void seen() {
+        // The thread is noted before the call is queued: whoever takes the call from its queue sees
+        // its thread among the threads.
+        private <T> void heard(BlockingQueue<T> queue, T call) {
             threads.add(Thread.currentThread());
+            queue.add(call);
             if (toThrow != null) throw toThrow;
         }
 
         @Override
         public void onValue(ItemValue value) {
-            values.add(value);
-            seen();
+            heard(values, value);
         }
 
         @Override
         public void onReadComplete(int transactionId, List<ItemValue> read) {
-            reads.add(new Object[] {transactionId, read, Thread.currentThread()});
-            seen();
+            heard(reads, new Object[] {transactionId, read, Thread.currentThread()});
         }
 
         @Override
         public void onWriteComplete(int transactionId, Map<String, Integer> errors) {
-            writes.add(new Object[] {transactionId, errors, Thread.currentThread()});
-            seen();
+            heard(writes, new Object[] {transactionId, errors, Thread.currentThread()});
         }
     }
 
     @BeforeEach
     void simulationServer() {
-        assumeTrue(SimControl.available(), SimControl::problem);
-        SimControl.reset();
+        SimFixture.require();
         client = OpcClient.open();
     }
 
@@ -88,9 +69,9 @@ class SubscriptionTest {
     }
 
     /** Takes the update that follows subscribing: one value per readable item. */
-    private static void awaitFirstUpdate(Recorder recorder, int items) throws InterruptedException {
-        for (int i = 0; i < items; i++) next(recorder.values, "value of the first update");
-        assertTrue(recorder.values.isEmpty());
+    private static void awaitFirstUpdate(Listener listener, int items) throws InterruptedException {
+        for (int i = 0; i < items; i++) next(listener.values, "value of the first update");
+        assertTrue(listener.values.isEmpty());
     }
 
     private static void assertDetached(Set<Thread> threads) throws InterruptedException {
@@ -104,34 +85,30 @@ class SubscriptionTest {
 
     @Test
     void closingASubscriptionItsGroupOrItsServerEndsTheCallbackOnceAndLeavesNoThreadAttached() throws Exception {
-        Recorder byItself = new Recorder();
-        Recorder byGroup = new Recorder();
-        Recorder byServer = new Recorder();
+        List<Listener> listeners = List.of(new Listener(), new Listener(), new Listener());
         long connectionsBefore = SimControl.connections(null);
         OpcServer server = client.connect(SimControl.PROG_ID);
-        Group first = server.addGroup("first", 50);
-        Group second = server.addGroup("second", 50);
-        Group third = server.addGroup("third", 50);
-        for (Group g : List.of(first, second, third)) g.addItems("Simulation.Ramp.I4", "No.Such.Item");
-        Subscription closedItself = first.subscribe(byItself);
-        Subscription closedByGroup = second.subscribe(byGroup);
-        Subscription closedByServer = third.subscribe(byServer);
+        List<Group> groups = new ArrayList<>();
+        List<Subscription> subscriptions = new ArrayList<>();
+        for (Listener listener : listeners) {
+            Group group = server.addGroup("group " + groups.size(), 50);
+            group.addItems("Simulation.Ramp.I4", "No.Such.Item");
+            groups.add(group);
+            subscriptions.add(group.subscribe(listener));
+        }
         ShutdownRegistration registration = server.onShutdown(() -> {});
         assertEquals(connectionsBefore + 4, SimControl.connections(null));
 
         // A listener that throws is logged and keeps receiving.
-        byItself.toThrow = new IllegalStateException("listener failed");
-        for (Recorder r : List.of(byItself, byGroup, byServer)) {
-            ItemValue change = next(r.values, "data change");
-            assertEquals("Simulation.Ramp.I4", change.itemId());
-        }
-        next(byItself.values, "data change after a failing listener call");
+        listeners.get(0).toThrow = new IllegalStateException("listener failed");
+        for (Listener listener : listeners) assertEquals("Simulation.Ramp.I4", next(listener.values, "change").itemId());
+        next(listeners.get(0).values, "data change after a failing listener call");
 
-        closedItself.close();
-        closedItself.close();
-        second.close();
+        subscriptions.get(0).close();
+        subscriptions.get(0).close();
+        groups.get(1).close();
         server.close();
-        for (Subscription s : List.of(closedItself, closedByGroup, closedByServer)) {
+        for (Subscription s : subscriptions) {
             assertTrue(s.isClosed() && s.isDisconnected());
             assertEquals(1, s.deletionNotices());
         }
@@ -140,37 +117,36 @@ class SubscriptionTest {
         assertFalse(registration.isRequested());
         assertEquals(connectionsBefore, SimControl.connections(null));
 
-        int seen = byItself.values.size() + byGroup.values.size() + byServer.values.size();
+        int seen = listeners.stream().mapToInt(l -> l.values.size()).sum();
         Thread.sleep(200);
-        assertEquals(seen, byItself.values.size() + byGroup.values.size() + byServer.values.size(),
-                "values after close");
-        Set<Thread> threads = ConcurrentHashMap.newKeySet();
-        List.of(byItself, byGroup, byServer).forEach(r -> threads.addAll(r.threads));
+        assertEquals(seen, listeners.stream().mapToInt(l -> l.values.size()).sum(), "values after close");
+        Set<Thread> threads = new HashSet<>();
+        listeners.forEach(l -> threads.addAll(l.threads));
         assertDetached(threads);
-        assertThrows(IllegalStateException.class, () -> closedItself.refresh(DataSource.CACHE));
-        assertThrows(IllegalStateException.class, () -> third.subscribe(byServer));
+        assertThrows(IllegalStateException.class, () -> subscriptions.get(0).refresh(DataSource.CACHE));
+        assertThrows(IllegalStateException.class, () -> groups.get(2).subscribe(listeners.get(2)));
     }
 
     @Test
     void readAndWriteCompletionsReachTheListenerByItemUnderTheirTransactionIds() throws Exception {
-        Recorder recorder = new Recorder();
+        Listener listener = new Listener();
         try (OpcServer server = client.connect(SimControl.PROG_ID); Group group = server.addGroup("async", 3_600_000)) {
             List<Item> items = group.addItems("Simulation.Static.R8", "Simulation.Static.BSTR", "Simulation.Static.BOOL",
                     "Simulation.Array.I4", "No.Such.Item", "Simulation.Access.WriteOnly", "Simulation.Access.ReadOnly");
-            Subscription subscription = group.subscribe(recorder);
-            awaitFirstUpdate(recorder, 5); // the readable items; then nothing more for an hour
+            Subscription subscription = group.subscribe(listener);
+            awaitFirstUpdate(listener, 5); // the readable items; then nothing more for an hour
 
             Transaction read = subscription.readAsync(items.subList(0, 6));
             assertEquals(Map.of("No.Such.Item", OPC_E_UNKNOWNITEMID, "Simulation.Access.WriteOnly", OPC_E_BADRIGHTS),
                     read.rejected());
-            Object[] completion = next(recorder.reads, "read completion");
+            Object[] completion = next(listener.reads, "read completion");
             assertEquals(read.transactionId(), completion[0]);
             @SuppressWarnings("unchecked")
             List<ItemValue> values = (List<ItemValue>) completion[1];
             assertEquals(List.of("Simulation.Static.R8", "Simulation.Static.BSTR", "Simulation.Static.BOOL",
                     "Simulation.Array.I4"), values.stream().map(ItemValue::itemId).toList());
-            assertTrue(values.get(0).value() instanceof Double && values.get(2).value() instanceof Boolean
-                    && values.get(1).value() instanceof String && values.get(3).value() instanceof String, values::toString);
+            assertEquals(List.of(Double.class, String.class, Boolean.class, String.class),
+                    values.stream().map(v -> v.value().getClass()).toList());
             assertTrue(values.stream().allMatch(ItemValue::isGood), values::toString);
 
             Map<Item, Object> writes = new LinkedHashMap<>();
@@ -183,7 +159,7 @@ class SubscriptionTest {
             assertNotEquals(read.transactionId(), written.transactionId());
             assertEquals(Map.of("Simulation.Static.BOOL", OPC_E_RANGE, "Simulation.Access.ReadOnly", OPC_E_BADRIGHTS),
                     written.rejected());
-            completion = next(recorder.writes, "write completion");
+            completion = next(listener.writes, "write completion");
             assertEquals(written.transactionId(), completion[0]);
             assertEquals(Map.of("Simulation.Static.R8", 0, "Simulation.Static.BSTR", 0, "Simulation.Array.I4", 0),
                     completion[1]);
@@ -193,16 +169,15 @@ class SubscriptionTest {
             // A completion the server sends on its own names the items by id.
             assertEquals(1, SimControl.sendWriteComplete(77, 1, "Simulation.Static.BSTR,Simulation.Static.R8",
                     OPC_E_BADRIGHTS));
-            completion = next(recorder.writes, "server's write completion");
+            completion = next(listener.writes, "server's write completion");
             assertEquals(77, completion[0]);
-            assertEquals(List.of("Simulation.Static.BSTR", "Simulation.Static.R8"),
-                    List.copyOf(((Map<?, ?>) completion[1]).keySet()));
-            assertEquals(Set.of(OPC_E_BADRIGHTS), Set.copyOf(((Map<?, ?>) completion[1]).values()));
+            assertEquals(List.of(Map.entry("Simulation.Static.BSTR", OPC_E_BADRIGHTS),
+                    Map.entry("Simulation.Static.R8", OPC_E_BADRIGHTS)), List.copyOf(((Map<?, ?>) completion[1]).entrySet()));
 
             // Refreshed values arrive as data changes: one per active item.
             subscription.refresh(DataSource.DEVICE);
-            Set<String> refreshed = ConcurrentHashMap.newKeySet();
-            for (int i = 0; i < 5; i++) refreshed.add(next(recorder.values, "refreshed value").itemId());
+            Set<String> refreshed = new HashSet<>();
+            for (int i = 0; i < 5; i++) refreshed.add(next(listener.values, "refreshed value").itemId());
             assertTrue(refreshed.contains("Simulation.Static.R8"), refreshed::toString);
 
             // A cancelled read completes never; a refused one raises the server's error.
@@ -211,49 +186,43 @@ class SubscriptionTest {
             subscription.cancel(cancelled);
             assertEquals("cancel=" + cancelled.cancelId(), SimControl.lastCallArgs("IOPCAsyncIO2::Cancel2"));
             Thread.sleep(500);
-            assertTrue(recorder.reads.isEmpty(), "a completion of the cancelled read");
+            assertTrue(listener.reads.isEmpty(), "a completion of the cancelled read");
             SimControl.failNext("IOPCAsyncIO2::Read", E_FAIL, 1);
             HresultException refused = assertThrows(HresultException.class, () -> subscription.readAsync(items));
             assertEquals("IOPCAsyncIO2::Read", refused.getOperation());
             assertEquals(E_FAIL, refused.getHresult());
             assertEquals(0, subscription.readAsync(items.subList(4, 5)).cancelId(), "nothing to send");
         }
-        assertDetached(recorder.threads);
+        assertDetached(listener.threads);
     }
 
     @Test
     void inlineCompletionsRunOnTheCallingThreadWhichStaysAsItWas() throws Exception {
         Thread caller = Thread.currentThread();
-        Recorder recorder = new Recorder();
+        Listener listener = new Listener();
         try (OpcServer server = client.connect(SimControl.PROG_ID); Group group = server.addGroup("inline", 3_600_000)) {
             List<Item> items = group.addItems("Simulation.Static.I4", "Simulation.Static.BSTR");
-            Subscription subscription = group.subscribe(recorder);
-            awaitFirstUpdate(recorder, 2);
-            recorder.threads.clear();
+            Subscription subscription = group.subscribe(listener);
+            awaitFirstUpdate(listener, 2);
+            listener.threads.clear();
             SimControl.setInlineCompletion(true);
 
             Transaction read = subscription.readAsync(items);
-            Object[] completion = recorder.reads.poll();
+            Object[] completion = listener.reads.poll();
             assertNotNull(completion, "the read completed before readAsync returned");
             assertEquals(read.transactionId(), completion[0]);
-            assertSame(caller, completion[2]);
-
             subscription.writeAsync(Map.of(items.get(0), 42));
-            completion = recorder.writes.poll();
-            assertNotNull(completion, "the write completed before writeAsync returned");
-            assertSame(caller, completion[2]);
+            assertNotNull(listener.writes.poll(), "the write completed before writeAsync returned");
 
             // A listener that throws on the calling thread leaves no exception behind for the caller.
-            recorder.toThrow = new IllegalStateException("listener failed");
+            listener.toThrow = new IllegalStateException("listener failed");
             subscription.refresh(DataSource.CACHE);
-            assertEquals(2, recorder.values.size());
+            assertEquals(2, listener.values.size());
             subscription.readAsync(items);
-            recorder.toThrow = null;
-            assertEquals(Set.of(caller), recorder.threads);
+            listener.toThrow = null;
+            assertEquals(Set.of(caller), listener.threads);
 
             // The thread is still the same attached Java thread: it calls natives and Java as before.
-            assertSame(caller, Thread.currentThread());
-            assertTrue(caller.isAlive());
             assertEquals(42.0, group.read(DataSource.DEVICE, items).get(0).value());
             SimControl.setInlineCompletion(false);
         }
@@ -262,8 +231,8 @@ class SubscriptionTest {
 
     @Test
     void aShutdownRequestReachesTheListenerOnceAndEndsItsRegistrationWithoutANotice() throws Exception {
+        List<Thread> listenerThreads = new CopyOnWriteArrayList<>();
         CountDownLatch requested = new CountDownLatch(1);
-        List<Thread> listenerThreads = new ArrayList<>();
         OpcServer server = client.connect(SimControl.PROG_ID);
         ShutdownRegistration heard = server.onShutdown(() -> {
             listenerThreads.add(Thread.currentThread());

@@ -29,13 +29,9 @@ public final class ChildJvm {
 
     /** What the child printed (stdout and stderr together) and its exit code. */
     public record Result(int exitCode, String output) {
-        public boolean printed(String line) {
-            return output.lines().anyMatch(l -> l.equals(line));
-        }
-
         /** Fails unless every line was printed, whole. */
         public void assertPrinted(String... lines) {
-            for (String line : lines) assertTrue(printed(line), () -> line + " not in\n" + output);
+            for (String line : lines) assertTrue(output.lines().anyMatch(line::equals), () -> line + " not in\n" + output);
         }
     }
 

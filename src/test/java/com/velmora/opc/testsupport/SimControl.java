@@ -72,12 +72,6 @@ public final class SimControl {
      */
     public static native int sendWriteComplete(int transactionId, int masterError, String itemIds, int itemError);
 
-    /** While on, every item whose id starts with the prefix (e.g. "Bench.R8.") changes at every update of every group. */
-    public static native void setChangeEveryTick(String prefix, boolean on);
-
-    /** Microseconds the server spent on its last subscription update, without the time inside the callbacks. */
-    public static native double lastTickMicros();
-
     /** Live connection-point connections: "datacallback", "shutdown", or null for all. */
     public static native long connections(String kind);
 

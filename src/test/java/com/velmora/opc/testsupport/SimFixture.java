@@ -37,11 +37,16 @@ public final class SimFixture implements AutoCloseable {
         this.server = server;
     }
 
-    /** Skips the test when the simulation server is not built. */
-    public static SimFixture open() {
+    /** Skips the test when the simulation server is not built; otherwise resets it. */
+    public static void require() {
         assumeTrue(SimControl.available(), SimControl::problem);
-        OpcEnv.initThread();
         SimControl.reset();
+    }
+
+    /** The simulation server reached through the natives; skips the test when it is not built. */
+    public static SimFixture open() {
+        require();
+        OpcEnv.initThread();
         long server = OpcDaServer.createLocalServer(SimControl.PROG_ID);
         assertNotEquals(0, server);
         SimControl.clearCalls();
