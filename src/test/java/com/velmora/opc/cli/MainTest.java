@@ -45,7 +45,8 @@ class MainTest {
             assertTrue(errText().startsWith("opc: "), errText());
             assertTrue(!errText().contains("Exception") && !errText().contains("\tat "), errText());
         }
-        Main.Options o = Main.Options.parse(new String[] {"--host", "plant7", "read", "--device", "A.B", "C", "--json"});
+        Main.Options o =
+                Main.Options.parse(new String[] {"--host", "plant7", "read", "--device", "A.B", "C", "--json"});
         assertEquals(List.of(Main.DEFAULT_SERVER, "plant7", "read", DataSource.DEVICE, List.of("A.B", "C"), true),
                 List.of(o.server, o.host, o.command, o.source, o.items, o.json));
     }
@@ -96,12 +97,13 @@ class MainTest {
     @Test
     void watchPrintsTheRequestedNumberOfChangesInColumnsOrAsJsonLines() {
         SimFixture.require();
-        assertEquals(Main.FAILED, run("watch", "--rate", "50", "--count", "4", "Simulation.Ramp.I4", "Simulation.Sine.R8",
-                "No.Such.Item"), errText());
+        assertEquals(Main.FAILED, run("watch", "--rate", "50", "--count", "4", "Simulation.Ramp.I4",
+                "Simulation.Sine.R8", "No.Such.Item"), errText());
         List<String> lines = outLines();
         assertEquals(6, lines.size(), lines::toString);
         assertTrue(lines.get(0).startsWith("ITEM"), lines.get(0));
-        assertTrue(lines.get(1).startsWith("No.Such.Item ") && lines.get(1).contains("OPC_E_UNKNOWNITEMID"), lines.get(1));
+        assertTrue(lines.get(1).startsWith("No.Such.Item ") && lines.get(1).contains("OPC_E_UNKNOWNITEMID"),
+                lines.get(1));
         int quality = lines.get(0).indexOf("QUALITY");
         for (String line : lines.subList(2, 6)) {
             assertTrue(line.startsWith("Simulation.") && line.startsWith("good", quality), line);
@@ -124,7 +126,8 @@ class MainTest {
             while (outLines().size() < 2 && System.nanoTime() < deadline) Thread.sleep(10);
             assertEquals(1, SimControl.shutdown("maintenance"));
             assertEquals(Main.FAILED, watching.get(5, TimeUnit.SECONDS));
-            assertEquals(List.of("opc: the server asked its clients to disconnect; stopping"), errText().lines().toList());
+            assertEquals(List.of("opc: the server asked its clients to disconnect; stopping"),
+                    errText().lines().toList());
         } finally {
             runner.shutdownNow();
         }

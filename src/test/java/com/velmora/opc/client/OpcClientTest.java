@@ -37,9 +37,9 @@ class OpcClientTest {
     void readsTypedValuesWithEachItemsFailureAsAValue() {
         try (OpcServer server = client.connect(SimControl.PROG_ID); Group group = server.addGroup("values", 1000)) {
             assertEquals(ServerState.RUNNING, server.status().state());
-            List<Item> items = group.addItems("Simulation.Static.R8", "Simulation.Static.BOOL", "Simulation.Static.BSTR",
-                    "Simulation.Array.I2", "No.Such.Item", "Simulation.Access.WriteOnly", "Simulation.Quality.Bad",
-                    "Simulation.Quality.Uncertain");
+            List<Item> items = group.addItems("Simulation.Static.R8", "Simulation.Static.BOOL",
+                    "Simulation.Static.BSTR", "Simulation.Array.I2", "No.Such.Item", "Simulation.Access.WriteOnly",
+                    "Simulation.Quality.Bad", "Simulation.Quality.Uncertain");
             assertEquals(OPC_E_UNKNOWNITEMID, items.get(4).error());
             assertEquals(7, items.stream().filter(Item::isValid).count(), items::toString);
 
@@ -102,8 +102,9 @@ class OpcClientTest {
                     List.of(before.name(), before.updateRate(), before.active(), before.serverGroupHandle()));
             int granted = group.setState(250, false);
             GroupState after = group.state();
-            assertEquals(List.of(granted, granted, false, before.clientGroupHandle(), before.localeId()), List.of(
-                    group.updateRate(), after.updateRate(), after.active(), after.clientGroupHandle(), after.localeId()));
+            assertEquals(List.of(granted, granted, false, before.clientGroupHandle(), before.localeId()),
+                    List.of(group.updateRate(), after.updateRate(), after.active(), after.clientGroupHandle(),
+                            after.localeId()));
 
             assertEquals(List.of(0, OPC_E_UNKNOWNITEMID), group.removeItems(items));
             assertEquals(OPC_E_INVALIDHANDLE, (int) group.removeItems(items).get(0));
@@ -144,7 +145,8 @@ class OpcClientTest {
             assertTrue(root.stream().anyMatch(e -> e.name().equals("Simulation") && e.hasChildren()), root::toString);
             BrowseElement r8 = server.browse("Simulation.Static").stream()
                     .filter(e -> "Simulation.Static.R8".equals(e.itemId())).findFirst().orElseThrow();
-            assertEquals(List.of("item", "R8", "rw"), List.of(r8.kind(), VarTypes.name(r8.canonicalType()), r8.access()));
+            assertEquals(List.of("item", "R8", "rw"),
+                    List.of(r8.kind(), VarTypes.name(r8.canonicalType()), r8.access()));
             assertEquals("r", server.browse("Simulation.Access").stream()
                     .filter(e -> e.name().equals("ReadOnly")).findFirst().orElseThrow().access());
             List<Integer> ids = server.properties("Simulation.Static.R8").stream().map(ItemProperty::id).toList();

@@ -14,7 +14,6 @@ class ValuesTest {
         assertEquals("bad: comm failure", Quality.describe(0x18));
         assertEquals("bad", Quality.describe(0x00));
         assertEquals("uncertain: last usable value, low limited", Quality.describe(0x45));
-        assertEquals("good: constant", Quality.describe(0xC3));
         assertEquals("bad: high limited", Quality.describe(0x02));
         assertEquals("unknown (0x80)", Quality.describe(0x80));
         assertTrue(Quality.isGood(0xD8));
@@ -36,7 +35,6 @@ class ValuesTest {
     @Test
     void typeNamesMarkArraysAndUnknownCodes() {
         assertEquals("R8", VarTypes.name(5));
-        assertEquals("BSTR[]", VarTypes.name(0x2008));
         assertEquals("UI4[]", VarTypes.name(0x2013));
         assertEquals("VT 99", VarTypes.name(99));
         assertEquals("1,-2,3", VarTypes.arrayText(new int[] {1, -2, 3}));

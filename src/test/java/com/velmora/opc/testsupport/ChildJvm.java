@@ -6,7 +6,6 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 import com.velmora.opc.jni.NativeLibrary;
 import java.io.File;
 import java.io.IOException;
-import java.io.UncheckedIOException;
 import java.net.URISyntaxException;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
@@ -31,7 +30,9 @@ public final class ChildJvm {
     public record Result(int exitCode, String output) {
         /** Fails unless every line was printed, whole. */
         public void assertPrinted(String... lines) {
-            for (String line : lines) assertTrue(output.lines().anyMatch(line::equals), () -> line + " not in\n" + output);
+            for (String line : lines) {
+                assertTrue(output.lines().anyMatch(line::equals), () -> line + " not in\n" + output);
+            }
         }
     }
 
@@ -47,9 +48,10 @@ public final class ChildJvm {
      * named classes (binary names) of the main class path.
      */
     public static Result run(File nativeDir, Set<String> missingClasses, String... args) {
-        Path classes = reducedCopy(codeSource(NativeLibrary.class), missingClasses);
+        Path classes = null;
         String dir = nativeDir.getAbsolutePath();
         try {
+            classes = reducedCopy(codeSource(NativeLibrary.class), missingClasses);
             List<String> command = new ArrayList<>(List.of(
                     Path.of(System.getProperty("java.home"), "bin", "java").toString(),
                     "-Xcheck:jni",
@@ -68,49 +70,36 @@ public final class ChildJvm {
             Result result = new Result(process.exitValue(), new String(out, StandardCharsets.UTF_8));
             assertFalse(JNI_WARNING.matcher(result.output()).find(), () -> "JNI warning in child:\n" + result.output());
             return result;
-        } catch (IOException e) {
-            throw new UncheckedIOException(e);
+        } catch (IOException | URISyntaxException e) {
+            throw new IllegalStateException(e);
         } catch (InterruptedException e) {
             Thread.currentThread().interrupt();
             throw new IllegalStateException(e);
         } finally {
-            deleteTree(classes);
+            if (classes != null) deleteTree(classes);
         }
     }
 
-    private static Path codeSource(Class<?> type) {
-        try {
-            return Path.of(type.getProtectionDomain().getCodeSource().getLocation().toURI());
-        } catch (URISyntaxException e) {
-            throw new IllegalStateException(e);
-        }
+    private static Path codeSource(Class<?> type) throws URISyntaxException {
+        return Path.of(type.getProtectionDomain().getCodeSource().getLocation().toURI());
     }
 
-    private static Path reducedCopy(Path root, Set<String> missingClasses) {
-        try {
-            Path copy = Files.createTempDirectory("opc-classes");
-            try (Stream<Path> files = Files.walk(root)) {
-                for (Path file : (Iterable<Path>) files::iterator) {
-                    Path target = copy.resolve(root.relativize(file).toString());
-                    if (Files.isDirectory(file)) {
-                        Files.createDirectories(target);
-                    } else if (!isMissing(root.relativize(file).toString(), missingClasses)) {
-                        Files.copy(file, target);
-                    }
+    // A copy of the class tree under root without the missing classes and their nested classes.
+    private static Path reducedCopy(Path root, Set<String> missingClasses) throws IOException {
+        Path copy = Files.createTempDirectory("opc-classes");
+        try (Stream<Path> files = Files.walk(root)) {
+            for (Path file : (Iterable<Path>) files::iterator) {
+                String relative = root.relativize(file).toString();
+                String name = relative.replace(File.separatorChar, '.');
+                if (Files.isDirectory(file)) {
+                    Files.createDirectories(copy.resolve(relative));
+                } else if (missingClasses.stream().noneMatch(m -> name.equals(m + ".class")
+                        || name.startsWith(m + "$"))) {
+                    Files.copy(file, copy.resolve(relative));
                 }
             }
-            return copy;
-        } catch (IOException e) {
-            throw new UncheckedIOException(e);
         }
-    }
-
-    private static boolean isMissing(String relative, Set<String> missingClasses) {
-        String name = relative.replace(File.separatorChar, '.');
-        for (String missing : missingClasses) {
-            if (name.equals(missing + ".class") || name.startsWith(missing + "$")) return true;
-        }
-        return false;
+        return copy;
     }
 
     private static void deleteTree(Path root) {
