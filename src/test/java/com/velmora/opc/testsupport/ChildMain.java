@@ -1,19 +1,12 @@
 package com.velmora.opc.testsupport;
 
-import static com.velmora.opc.testsupport.Codes.IID_IOPCASYNCIO2;
-import static com.velmora.opc.testsupport.Codes.IID_IOPCITEMMGT;
-import static com.velmora.opc.testsupport.Codes.IID_IOPCSERVER;
-import static com.velmora.opc.testsupport.Codes.IID_IOPCSYNCIO;
+import static com.velmora.opc.testsupport.Codes.*;
 
 import com.velmora.opc.OpcEnv;
 import com.velmora.opc.jni.ComObjectClient;
 import com.velmora.opc.jni.client.common.OpcShutdown;
-import com.velmora.opc.jni.client.da.OpcAsyncIo2;
-import com.velmora.opc.jni.client.da.OpcDaServer;
-import com.velmora.opc.jni.client.da.OpcItemMgt;
-import com.velmora.opc.jni.client.da.OpcSyncIo;
-import java.util.Arrays;
-import java.util.List;
+import com.velmora.opc.jni.client.da.*;
+import java.util.*;
 import java.util.function.LongSupplier;
 
 /**

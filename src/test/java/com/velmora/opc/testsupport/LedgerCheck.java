@@ -2,12 +2,8 @@ package com.velmora.opc.testsupport;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
 
-import java.util.LinkedHashMap;
-import java.util.List;
-import java.util.Map;
-import org.junit.jupiter.api.extension.AfterEachCallback;
-import org.junit.jupiter.api.extension.BeforeEachCallback;
-import org.junit.jupiter.api.extension.ExtensionContext;
+import java.util.*;
+import org.junit.jupiter.api.extension.*;
 
 /**
  * Records the substrate's live allocations, live COM objects and the simulation server's connections

@@ -1,12 +1,8 @@
 package com.velmora.opc.testsupport;
 
 import com.velmora.opc.OpcEnv;
-import java.util.ArrayList;
-import java.util.List;
-import java.util.logging.Handler;
-import java.util.logging.Level;
-import java.util.logging.LogRecord;
-import java.util.logging.Logger;
+import java.util.*;
+import java.util.logging.*;
 
 /**
  * Captures what the library logs through {@link OpcEnv}'s sinks while open. Relies on the JDK's

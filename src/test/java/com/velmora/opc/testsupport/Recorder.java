@@ -1,19 +1,8 @@
 package com.velmora.opc.testsupport;
 
 import com.velmora.opc.jni.client.common.ShutdownListener;
-import com.velmora.opc.jni.client.da.AddressSpaceCollector;
-import com.velmora.opc.jni.client.da.BrowseElementCollector;
-import com.velmora.opc.jni.client.da.DataCallback;
-import com.velmora.opc.jni.client.da.GroupStateReceiver;
-import com.velmora.opc.jni.client.da.ItemResultCollector;
-import com.velmora.opc.jni.client.da.PropertyCollector;
-import com.velmora.opc.jni.client.da.ReadListener;
-import com.velmora.opc.jni.client.da.ServerStatusReceiver;
-import com.velmora.opc.jni.client.da.UpdateReceiver;
-import com.velmora.opc.jni.client.da.WriteListener;
-import java.util.ArrayList;
-import java.util.Arrays;
-import java.util.List;
+import com.velmora.opc.jni.client.da.*;
+import java.util.*;
 
 /**
  * Stands in for every Java object the natives call: records each call as one line of text, e.g.

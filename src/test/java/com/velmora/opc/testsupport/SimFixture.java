@@ -1,24 +1,14 @@
 package com.velmora.opc.testsupport;
 
-import static com.velmora.opc.testsupport.Codes.IID_IOPCASYNCIO2;
-import static com.velmora.opc.testsupport.Codes.IID_IOPCITEMMGT;
-import static com.velmora.opc.testsupport.Codes.IID_IOPCSYNCIO;
-import static org.junit.jupiter.api.Assertions.assertEquals;
-import static org.junit.jupiter.api.Assertions.assertNotEquals;
-import static org.junit.jupiter.api.Assertions.assertNotNull;
-import static org.junit.jupiter.api.Assertions.assertThrows;
-import static org.junit.jupiter.api.Assertions.assertTrue;
+import static com.velmora.opc.testsupport.Codes.*;
+import static org.junit.jupiter.api.Assertions.*;
 import static org.junit.jupiter.api.Assumptions.assumeTrue;
 
 import com.velmora.opc.OpcEnv;
 import com.velmora.opc.jni.ComObjectClient;
 import com.velmora.opc.jni.HresultException;
-import com.velmora.opc.jni.client.da.OpcDaServer;
-import com.velmora.opc.jni.client.da.OpcItemMgt;
-import com.velmora.opc.jni.client.da.OpcSyncIo;
-import java.util.ArrayDeque;
-import java.util.Deque;
-import java.util.List;
+import com.velmora.opc.jni.client.da.*;
+import java.util.*;
 import org.junit.jupiter.api.function.Executable;
 
 /**
