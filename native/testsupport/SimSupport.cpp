@@ -149,8 +149,6 @@ namespace {
 struct CallbackApi {
     void (*setInlineCompletion)(int) = nullptr;
     int (*sendWriteComplete)(unsigned, HRESULT, const char*, HRESULT) = nullptr;
-    void (*setChangeEveryTick)(const char*, int) = nullptr;
-    double (*lastTickMicros)() = nullptr;
     long (*connections)(const char*) = nullptr;
     long (*callbacksMade)(const char*) = nullptr;
 };
@@ -163,8 +161,6 @@ const CallbackApi* bindCallbackApi() {
     static CallbackApi bound;
     const bool all = bind(module, "SimSetInlineCompletion", bound.setInlineCompletion) &&
                      bind(module, "SimSendWriteComplete", bound.sendWriteComplete) &&
-                     bind(module, "SimSetChangeEveryTick", bound.setChangeEveryTick) &&
-                     bind(module, "SimLastTickMicros", bound.lastTickMicros) &&
                      bind(module, "SimConnections", bound.connections) &&
                      bind(module, "SimCallbacksMade", bound.callbacksMade);
     return all ? &bound : nullptr;
@@ -199,19 +195,6 @@ JNIEXPORT jint JNICALL Java_com_velmora_opc_testsupport_SimControl_sendWriteComp
     if (f == nullptr) return 0;
     Utf ids(env, itemIds);
     return f->sendWriteComplete(static_cast<unsigned>(transactionId), masterError, ids.get(), itemError);
-}
-
-JNIEXPORT void JNICALL Java_com_velmora_opc_testsupport_SimControl_setChangeEveryTick(JNIEnv* env, jclass,
-                                                                                    jstring prefix, jboolean on) {
-    const CallbackApi* f = callbackApi(env);
-    if (f == nullptr) return;
-    Utf p(env, prefix);
-    f->setChangeEveryTick(p.get(), on ? 1 : 0);
-}
-
-JNIEXPORT jdouble JNICALL Java_com_velmora_opc_testsupport_SimControl_lastTickMicros(JNIEnv* env, jclass) {
-    const CallbackApi* f = callbackApi(env);
-    return f ? f->lastTickMicros() : 0;
 }
 
 JNIEXPORT jlong JNICALL Java_com_velmora_opc_testsupport_SimControl_connections(JNIEnv* env, jclass, jstring kind) {
