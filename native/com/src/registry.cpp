@@ -341,6 +341,22 @@ bool resolve(HKEY key, LPCWSTR subKey, int* root, Path* path) {
     return true;
 }
 
+// The key a handle plus an optional sub-key leads to in the latest tree: ERROR_INVALID_HANDLE for an
+// unknown handle, `missing` when there is no such key, else ERROR_SUCCESS with *found set (and the
+// root and path in *root and *path when asked for). Caller holds the mutex.
+LSTATUS findKey(Store& s, HKEY key, LPCWSTR subKey, LSTATUS missing, Key** found, int* root = nullptr,
+                Path* path = nullptr) {
+    int keyRoot = 0;
+    Path keyPath;
+    if (!resolve(key, subKey, &keyRoot, &keyPath)) return ERROR_INVALID_HANDLE;
+    s.refresh();
+    *found = s.find(keyRoot, keyPath);
+    if (*found == nullptr) return missing;
+    if (root != nullptr) *root = keyRoot;
+    if (path != nullptr) *path = std::move(keyPath);
+    return ERROR_SUCCESS;
+}
+
 HKEY newHandle(int root, Path path) {
     auto* handle = new Handle{root, std::move(path)};
     openHandles().insert(handle);
@@ -371,6 +387,29 @@ LSTATUS copyName(const std::u16string& name, LPWSTR out, LPDWORD chars) {
 }
 
 std::u16string valueName(LPCWSTR name) { return name == nullptr ? std::u16string() : std::u16string(name); }
+
+// Runs a change on the values of the key behind a handle, under the file lock against the latest tree
+// (see Store::mutate). ERROR_KEY_DELETED when the key is gone. Caller holds the mutex.
+template <typename Change>
+LSTATUS changeValues(Store& s, HKEY hKey, Change&& change) {
+    int root = 0;
+    Path path;
+    if (!resolve(hKey, nullptr, &root, &path)) return ERROR_INVALID_HANDLE;
+    return s.mutate([&](bool& changed) -> LSTATUS {
+        Key* key = s.find(root, path);
+        if (key == nullptr) return ERROR_KEY_DELETED;
+        return change(key->values, changed);
+    });
+}
+
+// Copies out the name of the index-th of a key's sub-keys or values and points *entry at it.
+template <typename Entries>
+LSTATUS nameAt(const Entries& entries, DWORD index, LPWSTR name, LPDWORD chars,
+               typename Entries::const_iterator* entry) {
+    if (index >= entries.size()) return ERROR_NO_MORE_ITEMS;
+    *entry = std::next(entries.begin(), index);
+    return copyName((*entry)->second.name, name, chars);
+}
 
 }  // namespace
 
@@ -424,11 +463,11 @@ LSTATUS RegOpenKeyExW(HKEY hKey, LPCWSTR lpSubKey, DWORD, REGSAM, PHKEY phkResul
     *phkResult = nullptr;
     Store& s = store();
     std::lock_guard<std::mutex> guard(s.mutex());
+    Key* key = nullptr;
     int root = 0;
     Path path;
-    if (!resolve(hKey, lpSubKey, &root, &path)) return ERROR_INVALID_HANDLE;
-    s.refresh();
-    if (s.find(root, path) == nullptr) return ERROR_FILE_NOT_FOUND;
+    const LSTATUS status = findKey(s, hKey, lpSubKey, ERROR_FILE_NOT_FOUND, &key, &root, &path);
+    if (status != ERROR_SUCCESS) return status;
     *phkResult = newHandle(root, std::move(path));
     return ERROR_SUCCESS;
 }
@@ -447,17 +486,12 @@ LSTATUS RegSetValueExW(HKEY hKey, LPCWSTR lpValueName, DWORD, DWORD dwType, cons
     if (lpData == nullptr && cbData != 0) return ERROR_INVALID_PARAMETER;
     Store& s = store();
     std::lock_guard<std::mutex> guard(s.mutex());
-    int root = 0;
-    Path path;
-    if (!resolve(hKey, nullptr, &root, &path)) return ERROR_INVALID_HANDLE;
-    return s.mutate([&](bool& changed) -> LSTATUS {
-        Key* key = s.find(root, path);
-        if (key == nullptr) return ERROR_KEY_DELETED;
+    return changeValues(s, hKey, [&](auto& values, bool& changed) -> LSTATUS {
         Value v;
         v.name = valueName(lpValueName);
         v.type = dwType;
         v.data.assign(lpData, lpData + cbData);
-        key->values[fold(v.name)] = std::move(v);
+        values[fold(v.name)] = std::move(v);
         changed = true;
         return ERROR_SUCCESS;
     });
@@ -468,12 +502,9 @@ LSTATUS RegQueryValueExW(HKEY hKey, LPCWSTR lpValueName, LPDWORD, LPDWORD lpType
     if (lpData != nullptr && lpcbData == nullptr) return ERROR_INVALID_PARAMETER;
     Store& s = store();
     std::lock_guard<std::mutex> guard(s.mutex());
-    int root = 0;
-    Path path;
-    if (!resolve(hKey, nullptr, &root, &path)) return ERROR_INVALID_HANDLE;
-    s.refresh();
-    Key* key = s.find(root, path);
-    if (key == nullptr) return ERROR_KEY_DELETED;
+    Key* key = nullptr;
+    if (const LSTATUS status = findKey(s, hKey, nullptr, ERROR_KEY_DELETED, &key); status != ERROR_SUCCESS)
+        return status;
     auto it = key->values.find(fold(valueName(lpValueName)));
     if (it == key->values.end()) return ERROR_FILE_NOT_FOUND;
     if (lpType != nullptr) *lpType = it->second.type;
@@ -485,12 +516,9 @@ LSTATUS RegGetValueW(HKEY hkey, LPCWSTR lpSubKey, LPCWSTR lpValue, DWORD dwFlags
     if ((dwFlags & RRF_RT_ANY) == 0 || (pvData != nullptr && pcbData == nullptr)) return ERROR_INVALID_PARAMETER;
     Store& s = store();
     std::lock_guard<std::mutex> guard(s.mutex());
-    int root = 0;
-    Path path;
-    if (!resolve(hkey, lpSubKey, &root, &path)) return ERROR_INVALID_HANDLE;
-    s.refresh();
-    Key* key = s.find(root, path);
-    if (key == nullptr) return ERROR_FILE_NOT_FOUND;
+    Key* key = nullptr;
+    if (const LSTATUS status = findKey(s, hkey, lpSubKey, ERROR_FILE_NOT_FOUND, &key); status != ERROR_SUCCESS)
+        return status;
     auto it = key->values.find(fold(valueName(lpValue)));
     if (it == key->values.end()) return ERROR_FILE_NOT_FOUND;
     const Value& v = it->second;
@@ -522,16 +550,11 @@ LSTATUS RegEnumKeyExW(HKEY hKey, DWORD dwIndex, LPWSTR lpName, LPDWORD lpcchName
                       LPDWORD lpcchClass, PFILETIME lpftLastWriteTime) {
     Store& s = store();
     std::lock_guard<std::mutex> guard(s.mutex());
-    int root = 0;
-    Path path;
-    if (!resolve(hKey, nullptr, &root, &path)) return ERROR_INVALID_HANDLE;
-    s.refresh();
-    Key* key = s.find(root, path);
-    if (key == nullptr) return ERROR_KEY_DELETED;
-    if (dwIndex >= key->children.size()) return ERROR_NO_MORE_ITEMS;
-    auto it = key->children.begin();
-    std::advance(it, dwIndex);
-    const LSTATUS status = copyName(it->second.name, lpName, lpcchName);
+    Key* key = nullptr;
+    if (const LSTATUS status = findKey(s, hKey, nullptr, ERROR_KEY_DELETED, &key); status != ERROR_SUCCESS)
+        return status;
+    auto it = key->children.cend();
+    const LSTATUS status = nameAt(key->children, dwIndex, lpName, lpcchName, &it);
     if (status != ERROR_SUCCESS) return status;
     if (lpClass != nullptr && lpcchClass != nullptr && *lpcchClass > 0) lpClass[0] = 0;
     if (lpcchClass != nullptr) *lpcchClass = 0;
@@ -543,16 +566,11 @@ LSTATUS RegEnumValueW(HKEY hKey, DWORD dwIndex, LPWSTR lpValueName, LPDWORD lpcc
                       LPBYTE lpData, LPDWORD lpcbData) {
     Store& s = store();
     std::lock_guard<std::mutex> guard(s.mutex());
-    int root = 0;
-    Path path;
-    if (!resolve(hKey, nullptr, &root, &path)) return ERROR_INVALID_HANDLE;
-    s.refresh();
-    Key* key = s.find(root, path);
-    if (key == nullptr) return ERROR_KEY_DELETED;
-    if (dwIndex >= key->values.size()) return ERROR_NO_MORE_ITEMS;
-    auto it = key->values.begin();
-    std::advance(it, dwIndex);
-    const LSTATUS status = copyName(it->second.name, lpValueName, lpcchValueName);
+    Key* key = nullptr;
+    if (const LSTATUS status = findKey(s, hKey, nullptr, ERROR_KEY_DELETED, &key); status != ERROR_SUCCESS)
+        return status;
+    auto it = key->values.cend();
+    const LSTATUS status = nameAt(key->values, dwIndex, lpValueName, lpcchValueName, &it);
     if (status != ERROR_SUCCESS) return status;
     if (lpType != nullptr) *lpType = it->second.type;
     return copyOut(it->second.data, lpData, lpcbData);
@@ -601,13 +619,8 @@ LSTATUS RegDeleteTreeW(HKEY hKey, LPCWSTR lpSubKey) {
 LSTATUS RegDeleteValueW(HKEY hKey, LPCWSTR lpValueName) {
     Store& s = store();
     std::lock_guard<std::mutex> guard(s.mutex());
-    int root = 0;
-    Path path;
-    if (!resolve(hKey, nullptr, &root, &path)) return ERROR_INVALID_HANDLE;
-    return s.mutate([&](bool& changed) -> LSTATUS {
-        Key* key = s.find(root, path);
-        if (key == nullptr) return ERROR_KEY_DELETED;
-        if (key->values.erase(fold(valueName(lpValueName))) == 0) return ERROR_FILE_NOT_FOUND;
+    return changeValues(s, hKey, [&](auto& values, bool& changed) -> LSTATUS {
+        if (values.erase(fold(valueName(lpValueName))) == 0) return ERROR_FILE_NOT_FOUND;
         changed = true;
         return ERROR_SUCCESS;
     });
