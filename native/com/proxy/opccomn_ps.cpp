@@ -1,5 +1,5 @@
 // Proxy/stub module of the OPC Common interfaces.
-#include "ProxyStubModule.h"
+#include "ProxyStubExports.h"
 
 namespace {
 
@@ -11,19 +11,6 @@ const ProxyStubInterface kInterfaces[] = {
     {u"IOPCServerList2", u"{9DD0B56C-AD9E-43EE-8305-487F3188BF7A}"},
 };
 
-// The proxy/stub class carries the identifier of the first interface, as generated proxies do.
-const ProxyStubModule kModule{u"{F31DFDE1-07B6-11D2-B2D8-0060083BA1FB}", u"PSFactoryBuffer", kInterfaces,
-                              sizeof(kInterfaces) / sizeof(kInterfaces[0])};
-
 }  // namespace
 
-STDAPI DllRegisterServer(void) { return registerProxyStub(kModule, reinterpret_cast<const void*>(&DllRegisterServer)); }
-
-STDAPI DllUnregisterServer(void) { return unregisterProxyStub(kModule); }
-
-STDAPI DllGetClassObject(REFCLSID, REFIID, LPVOID* ppv) {
-    if (ppv != nullptr) *ppv = nullptr;
-    return CLASS_E_CLASSNOTAVAILABLE;
-}
-
-STDAPI DllCanUnloadNow(void) { return S_OK; }
+const ProxyStubModule kProxyStubModule = proxyStubOf(kInterfaces);

@@ -1,5 +1,5 @@
 // Proxy/stub module of the OPC Data Access interfaces.
-#include "ProxyStubModule.h"
+#include "ProxyStubExports.h"
 
 namespace {
 
@@ -25,19 +25,6 @@ const ProxyStubInterface kInterfaces[] = {
     {u"IOPCGroupStateMgt2", u"{8E368666-D72E-4F78-87ED-647611C61C9F}"},
 };
 
-// The proxy/stub class carries the identifier of the first interface, as generated proxies do.
-const ProxyStubModule kModule{u"{39C13A4D-011E-11D0-9675-0020AFD8ADB3}", u"PSFactoryBuffer", kInterfaces,
-                              sizeof(kInterfaces) / sizeof(kInterfaces[0])};
-
 }  // namespace
 
-STDAPI DllRegisterServer(void) { return registerProxyStub(kModule, reinterpret_cast<const void*>(&DllRegisterServer)); }
-
-STDAPI DllUnregisterServer(void) { return unregisterProxyStub(kModule); }
-
-STDAPI DllGetClassObject(REFCLSID, REFIID, LPVOID* ppv) {
-    if (ppv != nullptr) *ppv = nullptr;
-    return CLASS_E_CLASSNOTAVAILABLE;
-}
-
-STDAPI DllCanUnloadNow(void) { return S_OK; }
+const ProxyStubModule kProxyStubModule = proxyStubOf(kInterfaces);
