@@ -36,16 +36,35 @@ bool stringRound(JNIEnv* env, jobject receiver, jmethodID method, const Calls& c
     return true;
 }
 
+// Times each of `rounds` rounds into *nanos; false as soon as a round fails.
+template <typename Round>
+bool timeRounds(jint rounds, Round&& round, std::vector<int64_t>* nanos) {
+    nanos->reserve(static_cast<size_t>(rounds > 0 ? rounds : 0));
+    for (jint r = 0; r < rounds; ++r) {
+        const int64_t start = nowNanos();
+        if (!round()) return false;
+        nanos->push_back(nowNanos() - start);
+    }
+    return true;
+}
+
+// The per-round times of rounds on the calling thread, or null with the failing round's exception pending.
 template <typename Round>
 jlongArray timeRounds(JNIEnv* env, jint rounds, Round&& round) {
     std::vector<int64_t> nanos;
-    nanos.reserve(static_cast<size_t>(rounds > 0 ? rounds : 0));
-    for (jint r = 0; r < rounds; ++r) {
-        const int64_t start = nowNanos();
-        if (!round()) return nullptr;
-        nanos.push_back(nowNanos() - start);
+    return timeRounds(rounds, round, &nanos) ? toJava(env, nanos) : nullptr;
+}
+
+// Copies the calls out of the Java arrays (numbers or texts as the values) and looks up the
+// receiver's update methods. False with an exception pending when the values, an array or a
+// method are missing or the lengths differ.
+bool prepare(JNIEnv* env, jobject receiver, jintArray handles, jdoubleArray numbers, jobjectArray texts,
+             jlongArray times, jintArray qualities, jintArray errors, Calls* calls, UpdateIds* ids) {
+    if (numbers == nullptr && texts == nullptr) {
+        throwIllegalArgument(env, "no values");
+        return false;
     }
-    return toJava(env, nanos);
+    return calls->copyFrom(env, handles, numbers, texts, times, qualities, errors) && ids->lookUp(env, receiver);
 }
 
 void throwIllegalState(JNIEnv* env, const char* message) {
@@ -78,12 +97,7 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_numericFloo
     jintArray qualities, jintArray errors, jboolean synchronous, jint rounds) {
     Calls calls;
     UpdateIds ids;
-    if (numbers == nullptr) {
-        throwIllegalArgument(env, "no values");
-        return nullptr;
-    }
-    if (!calls.copyFrom(env, handles, numbers, nullptr, times, qualities, errors) || !ids.lookUp(env, receiver))
-        return nullptr;
+    if (!prepare(env, receiver, handles, numbers, nullptr, times, qualities, errors, &calls, &ids)) return nullptr;
     return timeRounds(env, rounds, [&] { return numericRound(env, receiver, ids.numeric, calls, synchronous); });
 }
 
@@ -92,12 +106,7 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_stringFloor
     jintArray qualities, jintArray errors, jboolean synchronous, jint rounds) {
     Calls calls;
     UpdateIds ids;
-    if (texts == nullptr) {
-        throwIllegalArgument(env, "no values");
-        return nullptr;
-    }
-    if (!calls.copyFrom(env, handles, nullptr, texts, times, qualities, errors) || !ids.lookUp(env, receiver))
-        return nullptr;
+    if (!prepare(env, receiver, handles, nullptr, texts, times, qualities, errors, &calls, &ids)) return nullptr;
     return timeRounds(env, rounds, [&] { return stringRound(env, receiver, ids.string, calls, synchronous); });
 }
 
@@ -108,12 +117,7 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_attachedThr
     jintArray qualities, jintArray errors, jint rounds) {
     Calls calls;
     UpdateIds ids;
-    if (numbers == nullptr) {
-        throwIllegalArgument(env, "no values");
-        return nullptr;
-    }
-    if (!calls.copyFrom(env, handles, numbers, nullptr, times, qualities, errors) || !ids.lookUp(env, receiver))
-        return nullptr;
+    if (!prepare(env, receiver, handles, numbers, nullptr, times, qualities, errors, &calls, &ids)) return nullptr;
     JavaVM* vm = nullptr;
     env->GetJavaVM(&vm);
     jobject shared = env->NewGlobalRef(receiver);
@@ -121,17 +125,13 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_attachedThr
     std::vector<int64_t> nanos;
     jobject thrown = nullptr;  // global: the receiver's exception, carried over to this thread
     const bool attached = onAttachedThread(vm, [&](JNIEnv* threadEnv) {
-        for (jint r = 0; r < rounds; ++r) {
-            const int64_t start = nowNanos();
-            if (!numericRound(threadEnv, shared, ids.numeric, calls, kAsynchronous)) {
-                jthrowable local = threadEnv->ExceptionOccurred();
-                threadEnv->ExceptionClear();
-                thrown = threadEnv->NewGlobalRef(local);
-                threadEnv->DeleteLocalRef(local);
-                break;
-            }
-            nanos.push_back(nowNanos() - start);
-        }
+        if (timeRounds(rounds, [&] { return numericRound(threadEnv, shared, ids.numeric, calls, kAsynchronous); },
+                       &nanos))
+            return;
+        jthrowable local = threadEnv->ExceptionOccurred();
+        threadEnv->ExceptionClear();
+        thrown = threadEnv->NewGlobalRef(local);
+        threadEnv->DeleteLocalRef(local);
     });
     env->DeleteGlobalRef(shared);
     if (thrown != nullptr) {
