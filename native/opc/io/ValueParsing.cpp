@@ -11,23 +11,32 @@ namespace opc {
 
 namespace {
 
-// One number of type T read from the start of a token the way a classic-locale stream reads it:
-// leading blanks skipped, reading stops at the first character that cannot continue the number.
-template <typename T>
-bool extract(const std::string& token, T& value) {
-    std::istringstream in(token);
-    in.imbue(std::locale::classic());
-    in >> value;
-    return !in.fail();
-}
+// Reads one number per token the way a classic-locale stream reads it: leading blanks skipped,
+// reading stops at the first character that cannot continue the number. One stream serves a whole
+// array.
+class NumberReader {
+public:
+    NumberReader() { in_.imbue(std::locale::classic()); }
+    template <typename T>
+    bool read(const std::string& token, T& value) {
+        in_.clear();
+        in_.str(token);
+        in_ >> value;
+        return !in_.fail();
+    }
+
+private:
+    std::istringstream in_;
+};
 
 // Element i from token i, read as Read and stored as Element; a value above limit fails.
 template <typename Element, typename Read = Element>
 bool putNumbers(SAFEARRAY* array, const std::vector<std::string>& tokens,
                 Read limit = std::numeric_limits<Read>::max()) {
+    NumberReader reader;
     for (LONG i = 0; i < static_cast<LONG>(tokens.size()); ++i) {
         Read read{};
-        if (!extract(tokens[static_cast<size_t>(i)], read) || read > limit) return false;
+        if (!reader.read(tokens[static_cast<size_t>(i)], read) || read > limit) return false;
         Element element = static_cast<Element>(read);
         SafeArrayPutElement(array, &i, &element);
     }
