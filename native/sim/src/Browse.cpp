@@ -27,8 +27,42 @@ bool matches(LPCWSTR filter, const WString& name) {
 
 WString prefixOf(const WString& branch) { return branch.empty() ? branch : branch + kSeparator; }
 
+// The bench branch (SimSetBenchBranch): leaves "0".."n-1" made up on demand, each standing for Bench.R8.0.
+const WString& benchBranch() {
+    static const WString branch = widen("Bench.Many");
+    return branch;
+}
+
+size_t benchLeaves() { return size_t(std::max(0, g_benchLeaves.load())); }
+
+bool isBenchBranch(const WString& branch) { return benchLeaves() > 0 && branch == benchBranch(); }
+
+// True when the id names a leaf of the bench branch: its prefix, then a number below the leaf count
+// written without leading zeros.
+bool isBenchLeaf(const WString& id) {
+    const size_t leaves = benchLeaves();
+    const WString& branch = benchBranch();
+    if (leaves == 0 || id.size() <= branch.size() + 1 || id.compare(0, branch.size(), branch) != 0 ||
+        id[branch.size()] != kSeparator)
+        return false;
+    size_t value = 0;
+    const size_t digits = id.size() - branch.size() - 1;
+    if (digits > 9 || (digits > 1 && id[branch.size() + 1] == '0')) return false;
+    for (size_t i = branch.size() + 1; i < id.size(); ++i) {
+        if (id[i] < '0' || id[i] > '9') return false;
+        value = value * 10 + size_t(id[i] - '0');
+    }
+    return value < leaves;
+}
+
+const ItemDef* benchLeafItem() {
+    const ItemDef* item = nullptr;
+    AddressSpace::instance().lookup(widen("Bench.R8.0").c_str(), &item);
+    return item;
+}
+
 bool isBranch(const WString& branch) {
-    if (branch.empty()) return true;
+    if (branch.empty() || isBenchBranch(branch)) return true;
     const WString prefix = prefixOf(branch);
     const auto& items = AddressSpace::instance().ordered();
     auto it = std::lower_bound(items.begin(), items.end(), prefix,
@@ -174,6 +208,7 @@ HRESULT itemProperties(const ItemDef& item, bool all, bool withValues, DWORD cou
 }  // namespace
 
 std::atomic<int> g_browsePortion{0};
+std::atomic<int> g_benchLeaves{0};
 
 HRESULT Server::GetProperties(DWORD dwItemCount, LPWSTR* pszItemIDs, BOOL bReturnPropertyValues,
                               DWORD dwPropertyCount, DWORD* pdwPropertyIDs, OPCITEMPROPERTIES** ppItemProperties) {
@@ -248,7 +283,13 @@ HRESULT Server::Browse(LPWSTR szItemID, LPWSTR* pszContinuationPoint, DWORD dwMa
     std::vector<Element> children;
     const WString prefix = prefixOf(branch);
     std::set<WString> branches;
+    // The bench branch's leaves are made only for the portion answered; filters other than the
+    // branches-only one do not apply to them.
+    const bool bench = isBenchBranch(branch);
+    const size_t benchCount = bench && dwBrowseFilter != OPC_BROWSE_FILTER_BRANCHES ? benchLeaves() : 0;
+    const ItemDef* benchItem = bench ? benchLeafItem() : nullptr;
     for (const ItemDef* item : AddressSpace::instance().ordered()) {
+        if (bench) break;
         if (item->id.compare(0, prefix.size(), prefix) != 0) continue;
         const WString rest = item->id.substr(prefix.size());
         const auto dot = rest.find(kSeparator);
@@ -261,15 +302,16 @@ HRESULT Server::Browse(LPWSTR szItemID, LPWSTR* pszContinuationPoint, DWORD dwMa
         children.push_back(Element{name, isItem ? item : nullptr});
     }
 
+    const size_t total = bench ? benchCount : children.size();
     size_t first = 0;
     if (incoming != nullptr && incoming[0] != 0) {
         const std::string text = narrow(incoming);
         char* end = nullptr;
         const unsigned long value = std::strtoul(text.c_str(), &end, 10);
-        if (end == text.c_str() || *end != 0 || value > children.size()) return OPC_E_INVALIDCONTINUATIONPOINT;
+        if (end == text.c_str() || *end != 0 || value > total) return OPC_E_INVALIDCONTINUATIONPOINT;
         first = value;
     }
-    size_t limit = children.size() - first;
+    size_t limit = total - first;
     if (dwMaxElementsReturned) limit = std::min<size_t>(limit, dwMaxElementsReturned);
     if (const int portion = g_browsePortion.load(); portion > 0) limit = std::min<size_t>(limit, size_t(portion));
     const size_t next = first + limit;
@@ -278,7 +320,7 @@ HRESULT Server::Browse(LPWSTR szItemID, LPWSTR* pszContinuationPoint, DWORD dwMa
     if (elements == nullptr) return E_OUTOFMEMORY;
     bool ok = true;
     for (size_t i = 0; ok && i < limit; ++i) {
-        const Element& child = children[first + i];
+        const Element child = bench ? Element{widen(std::to_string(first + i).c_str()), benchItem} : children[first + i];
         OPCBROWSEELEMENT& out = elements[i];
         out.szName = taskString(child.name);
         out.szItemID = taskString(prefix + child.name);
@@ -289,7 +331,7 @@ HRESULT Server::Browse(LPWSTR szItemID, LPWSTR* pszContinuationPoint, DWORD dwMa
                                           dwPropertyCount, pdwPropertyIDs, &out.ItemProperties));
         }
     }
-    if (ok && next < children.size()) {
+    if (ok && next < total) {
         *pszContinuationPoint = taskString(widen(std::to_string(next).c_str()));
         ok = *pszContinuationPoint != nullptr;
     }
@@ -302,7 +344,7 @@ HRESULT Server::Browse(LPWSTR szItemID, LPWSTR* pszContinuationPoint, DWORD dwMa
         CoTaskMemFree(elements);
         return E_OUTOFMEMORY;
     }
-    *pbMoreElements = next < children.size() ? TRUE : FALSE;
+    *pbMoreElements = next < total ? TRUE : FALSE;
     *pdwCount = DWORD(limit);
     *ppBrowseElements = elements;
     return limit == 0 ? S_FALSE : S_OK;
@@ -366,6 +408,15 @@ HRESULT Server::BrowseOPCItemIDs(OPCBROWSETYPE dwBrowseFilterType, LPCWSTR szFil
     }
     std::vector<WString> names;
     std::set<WString> branches;
+    if (const ItemDef* item = benchLeafItem(); prefix == prefixOf(benchBranch()) && benchLeaves() > 0 && item &&
+                                                dwBrowseFilterType != OPC_BRANCH &&
+                                                (vtDataTypeFilter == VT_EMPTY || vtDataTypeFilter == item->type) &&
+                                                (item->access & dwAccessRightsFilter) == dwAccessRightsFilter) {
+        for (size_t n = 0; n < benchLeaves(); ++n) {
+            const WString name = widen(std::to_string(n).c_str());
+            if (matches(szFilterCriteria, name)) names.push_back(dwBrowseFilterType == OPC_FLAT ? prefix + name : name);
+        }
+    }
     for (const ItemDef* item : AddressSpace::instance().ordered()) {
         if (item->id.compare(0, prefix.size(), prefix) != 0) continue;
         const WString rest = item->id.substr(prefix.size());
@@ -399,7 +450,8 @@ HRESULT Server::GetItemID(LPWSTR szItemDataID, LPWSTR* szItemID) {
         id = szItemDataID[0] == 0 ? browsePosition_ : prefixOf(browsePosition_) + szItemDataID;
     }
     const ItemDef* item = nullptr;
-    if (FAILED(AddressSpace::instance().lookup(id.c_str(), &item)) && !isBranch(id)) return E_INVALIDARG;
+    if (FAILED(AddressSpace::instance().lookup(id.c_str(), &item)) && !isBranch(id) && !isBenchLeaf(id))
+        return E_INVALIDARG;
     *szItemID = taskString(id);
     return *szItemID ? S_OK : E_OUTOFMEMORY;
 }

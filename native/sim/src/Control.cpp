@@ -56,6 +56,7 @@ std::atomic<long> g_connections[kConnectionKinds];
 
 std::atomic<unsigned> g_everyTickGeneration{1};
 std::atomic<double> g_lastTickMicros{0};
+std::atomic<double> g_lastCallbackMicros{0};
 
 void changeEveryTickSet() {
     unsigned next = g_everyTickGeneration.load() + 1;
@@ -152,7 +153,10 @@ bool matchesAnyPrefix(const WString& id, const std::vector<WString>& prefixes) {
     return false;
 }
 
-void recordTickMicros(double micros) noexcept { g_lastTickMicros.store(micros, std::memory_order_relaxed); }
+void recordTickMicros(double micros, double inSinksMicros) noexcept {
+    g_lastCallbackMicros.store(inSinksMicros, std::memory_order_relaxed);
+    g_lastTickMicros.store(micros, std::memory_order_relaxed);
+}
 
 }  // namespace sim
 
@@ -236,6 +240,8 @@ int SimShutdown(const char* reason) {
 
 void SimSetBrowsePortion(int elements) { g_browsePortion = elements < 0 ? 0 : elements; }
 
+void SimSetBenchBranch(int leaves) { g_benchLeaves = leaves < 0 ? 0 : leaves; }
+
 void SimSetAsyncDelay(int milliseconds) { g_asyncDelayMs = milliseconds < 0 ? 0 : milliseconds; }
 
 void SimSetInlineCompletion(int on) { g_inlineCompletion = on != 0; }
@@ -261,6 +267,8 @@ void SimSetChangeEveryTick(const char* prefix, int on) {
 
 double SimLastTickMicros() { return g_lastTickMicros.load(std::memory_order_relaxed); }
 
+double SimLastCallbackMicros() { return g_lastCallbackMicros.load(std::memory_order_relaxed); }
+
 long SimConnections(const char* kind) {
     if (kind == nullptr) return g_connections[kDataCallbackConnections] + g_connections[kShutdownConnections];
     if (std::strcmp(kind, "datacallback") == 0) return g_connections[kDataCallbackConnections];
@@ -279,8 +287,10 @@ long SimCallbacksMade(const char* method) {
 void SimReset() {
     g_asyncDelayMs = 0;
     g_browsePortion = 0;
+    g_benchLeaves = 0;
     g_inlineCompletion = false;
     g_lastTickMicros = 0;
+    g_lastCallbackMicros = 0;
     for (auto& count : g_callbacks) count = 0;
     {
         ControlState& s = state();

@@ -39,6 +39,8 @@ Live<K>::~Live() { countObject(K, -1); }
 
 // Elements per IOPCBrowse::Browse answer; 0 = everything at once.
 extern std::atomic<int> g_browsePortion;
+// Leaves of the bench branch "Bench.Many"; 0 = no such branch.
+extern std::atomic<int> g_benchLeaves;
 
 // Module locks held through IClassFactory::LockServer.
 extern std::atomic<long> g_moduleLocks;
@@ -58,7 +60,7 @@ void countConnection(const IID& sinkIid, int delta) noexcept;
 unsigned everyTickGeneration() noexcept;
 std::vector<WString> everyTickPrefixes();
 bool matchesAnyPrefix(const WString& id, const std::vector<WString>& prefixes);
-// The server's own time for the last subscription update that it sent.
-void recordTickMicros(double micros) noexcept;
+// The server's own time for the last subscription update that it sent, and the time its sinks took.
+void recordTickMicros(double micros, double inSinksMicros) noexcept;
 
 }  // namespace sim

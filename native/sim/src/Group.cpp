@@ -508,7 +508,8 @@ void Group::tick() {
     const auto inSinks = deliverData(0, tickBatch_, false);
     tickBatch_.clear();
     const auto spent = std::chrono::steady_clock::now() - started - inSinks;
-    recordTickMicros(std::chrono::duration<double, std::micro>(spent).count());
+    recordTickMicros(std::chrono::duration<double, std::micro>(spent).count(),
+                     std::chrono::duration<double, std::micro>(inSinks).count());
 }
 
 int Group::sendWriteComplete(DWORD transaction, HRESULT masterError, const std::vector<WString>& itemIds,

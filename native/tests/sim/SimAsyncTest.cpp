@@ -131,4 +131,52 @@ TEST_F(SimTest, BrowsingByPositionAndInPortionsWithContinuationPoints) {
                              const_cast<LPWSTR>(u""), FALSE, FALSE, 0, nullptr, &more, &count, elements.put()));
 }
 
+TEST_F(SimTest, BenchBranchLeavesExistOnlyWhileSetAndAnswerInPortions) {
+    auto position = as<IOPCBrowseServerAddressSpace>(server.get(), IID_IOPCBrowseServerAddressSpace);
+    EXPECT_EQ(E_INVALIDARG, position->ChangeBrowsePosition(OPC_BROWSE_TO, u"Bench.Many"));
+    SimSetBenchBranch(3);
+    ASSERT_EQ(S_OK, position->ChangeBrowsePosition(OPC_BROWSE_TO, u"Bench.Many"));
+    IEnumString* names = nullptr;
+    ASSERT_EQ(S_OK, position->BrowseOPCItemIDs(OPC_LEAF, u"", VT_EMPTY, 0, &names));
+    LPOLESTR name = nullptr;
+    ULONG fetched = 0;
+    std::vector<std::u16string> leaves;
+    while (names->Next(1, &name, &fetched) == S_OK) leaves.push_back(take(name));
+    names->Release();
+    EXPECT_EQ((std::vector<std::u16string>{u"0", u"1", u"2"}), leaves);
+    LPWSTR id = nullptr;
+    ASSERT_EQ(S_OK, position->GetItemID(const_cast<LPWSTR>(u"2"), &id));
+    EXPECT_EQ(u"Bench.Many.2", take(id));
+    EXPECT_EQ(E_INVALIDARG, position->GetItemID(const_cast<LPWSTR>(u"3"), &id));
+
+    auto browse = as<IOPCBrowse>(server.get(), IID_IOPCBrowse);
+    SimSetBrowsePortion(2);
+    LPWSTR continuation = const_cast<LPWSTR>(u"");
+    BOOL more = FALSE;
+    DWORD count = 0;
+    TaskMem<OPCBROWSEELEMENT> elements;
+    DWORD ids[] = {OPC_PROPERTY_DATATYPE};
+    ASSERT_EQ(S_OK, browse->Browse(const_cast<LPWSTR>(u"Bench.Many"), &continuation, 0, OPC_BROWSE_FILTER_ALL,
+                                   const_cast<LPWSTR>(u""), const_cast<LPWSTR>(u""), FALSE, TRUE, 1, ids, &more, &count,
+                                   elements.put()));
+    ASSERT_EQ(2u, count);
+    EXPECT_EQ(TRUE, more);
+    EXPECT_EQ(u"Bench.Many.1", take(elements.get()[1].szItemID));
+    OPCITEMPROPERTIES& properties = elements.get()[1].ItemProperties;
+    EXPECT_EQ(VT_R8, static_cast<VARTYPE>(properties.pItemProperties[0].vValue.iVal));
+    for (DWORD i = 0; i < count; ++i) {
+        CoTaskMemFree(elements.get()[i].szName);
+        if (i == 0) CoTaskMemFree(elements.get()[i].szItemID);
+        for (DWORD p = 0; p < elements.get()[i].ItemProperties.dwNumProperties; ++p) {
+            CoTaskMemFree(elements.get()[i].ItemProperties.pItemProperties[p].szItemID);
+            CoTaskMemFree(elements.get()[i].ItemProperties.pItemProperties[p].szDescription);
+            VariantClear(&elements.get()[i].ItemProperties.pItemProperties[p].vValue);
+        }
+        CoTaskMemFree(elements.get()[i].ItemProperties.pItemProperties);
+    }
+    EXPECT_EQ(u"2", take(continuation));
+    SimReset();
+    EXPECT_EQ(E_INVALIDARG, position->ChangeBrowsePosition(OPC_BROWSE_TO, u"Bench.Many"));
+}
+
 }  // namespace

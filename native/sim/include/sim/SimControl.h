@@ -102,6 +102,12 @@ void SimSetAsyncDelay(int milliseconds);
 // 0 (the default) answers at once.
 void SimSetBrowsePortion(int elements);
 
+// While `leaves` > 0 the branch "Bench.Many" exists (not listed in its parent) with the leaves
+// "0" .. "leaves-1", each answering browses as Bench.R8.0 does (VT_R8, read/write). IOPCBrowse::Browse
+// of the branch makes only the elements of its answer and ignores name filters there;
+// BrowseOPCItemIDs and GetItemID know the leaves as well. 0 (the default) removes the branch.
+void SimSetBenchBranch(int leaves);
+
 // While on, IOPCAsyncIO2::Read, Write and Refresh2 complete on the calling thread before they return
 // (OnReadComplete, OnWriteComplete or OnDataChange called inline, as an in-process server may do),
 // whatever the asynchronous delay; their cancel ids are valid but Cancel2 finds nothing left to
@@ -127,6 +133,10 @@ void SimSetChangeEveryTick(const char* prefix, int on);
 // inside the callbacks; 0 until an update was sent.
 double SimLastTickMicros();
 
+// Microseconds that the callbacks of that update took, as the server's thread saw them (every data
+// callback of the group, each from the call to its return); 0 until an update was sent.
+double SimLastCallbackMicros();
+
 // Live connection-point connections by sink kind: "datacallback", "shutdown"; nullptr counts all.
 long SimConnections(const char* kind);
 
@@ -136,8 +146,9 @@ long SimConnections(const char* kind);
 long SimCallbacksMade(const char* method);
 
 // Clears failures, item errors, null results, the call record, the asynchronous delay, the browse
-// portion, inline completion, the items changing at every update, the last update's time and the
-// callback counts, and restores every item value. Live objects and connections are not touched.
+// portion, inline completion, the items changing at every update, the last update's times, the
+// callback counts and the bench branch, and restores every item value. Live objects and
+// connections are not touched.
 void SimReset();
 
 }  // extern "C"
