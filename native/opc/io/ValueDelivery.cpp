@@ -1,7 +1,7 @@
 #include "ValueDelivery.h"
 
+#include <charconv>
 #include <cstdio>
-#include <sstream>
 
 #include "JniRefs.h"
 #include "Owned.h"
@@ -126,9 +126,11 @@ ArrayText arrayText(const VARIANT& value, std::string& text) {
 }
 
 std::string streamText(double value) {
-    std::ostringstream out;
-    out << value;
-    return out.str();
+    // The stream's default format is printf's %g with 6 digits; to_chars writes the same text in the
+    // classic locale without building a stream per value.
+    char digits[32];
+    const auto written = std::to_chars(digits, digits + sizeof digits, value, std::chars_format::general, 6);
+    return std::string(digits, written.ptr);
 }
 
 std::string latin1ToModifiedUtf8(const std::string& bytes) {
