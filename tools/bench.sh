@@ -1,11 +1,15 @@
 #!/usr/bin/env bash
-# Builds everything and runs the two benchmarks on OpenJDK 17 against the simulation server:
-# the synchronous read of 10,000 items and the data-change delivery of 10,000 items. Each prints its
-# figures and the ratio to a floor measured in the same run. Figures only: nothing is asserted.
+# Builds everything and runs the benchmarks on OpenJDK 17 against the simulation server. Each prints
+# its figures and the ratio to a floor measured in the same run. Figures only: nothing is asserted.
 #
-#   bash tools/bench.sh                    # both, default rounds
-#   bash tools/bench.sh read [W R]         # the synchronous read only (W warm-up, R measured rounds)
-#   bash tools/bench.sh delivery [W R N]   # the delivery only (N attach-and-detach pairs)
+#   bash tools/bench.sh                    # all of them, default rounds
+#   bash tools/bench.sh read [W R]         # synchronous read of 10,000 items (W warm-up, R measured rounds)
+#   bash tools/bench.sh delivery [W R N]   # data changes of 10,000 items (N attach-and-detach pairs)
+#   bash tools/bench.sh write [W R]        # batch write of 10,000 mixed items, writeArray and writeAsync
+#   bash tools/bench.sh async [W R]        # asynchronous read of 10,000 items
+#   bash tools/bench.sh browse [W R E P]   # browse of E elements (P per answer), IOPCBrowse and getItems
+#   bash tools/bench.sh small [W R]        # data changes of 1 to 10,000 items per callback
+#   bash tools/bench.sh memory [C D]       # C read calls and D delivered changes: resident set and ledger
 #
 # The benchmark library (libopc_bench) is built beside libopc in build/native/lib.
 set -euo pipefail
@@ -33,13 +37,23 @@ run() {
 }
 
 "$java" -version 2>&1 | head -1
+# The memory run has a fixed, pre-touched heap, so that the resident set shows what native code keeps.
+memory=(-Xms128m -Xmx128m -XX:+AlwaysPreTouch)
 case "$which" in
     read) run com.velmora.opc.bench.SyncReadBench "$@" ;;
     delivery) run com.velmora.opc.bench.DeliveryBench "$@" ;;
+    write) run com.velmora.opc.bench.WriteBench "$@" ;;
+    async) run com.velmora.opc.bench.AsyncReadBench "$@" ;;
+    browse) run com.velmora.opc.bench.BrowseBench "$@" ;;
+    small) run com.velmora.opc.bench.SmallUpdatesBench "$@" ;;
+    memory) run "${memory[@]}" com.velmora.opc.bench.MemoryBench "$@" ;;
     all)
-        run com.velmora.opc.bench.SyncReadBench
-        echo
-        run com.velmora.opc.bench.DeliveryBench
+        for main in SyncReadBench DeliveryBench WriteBench AsyncReadBench BrowseBench SmallUpdatesBench; do
+            run com.velmora.opc.bench.$main
+            echo
+        done
+        run "${memory[@]}" com.velmora.opc.bench.MemoryBench
         ;;
-    *) echo "usage: tools/bench.sh [all | read [W R] | delivery [W R N]]" >&2; exit 2 ;;
+    *) echo "usage: tools/bench.sh [all | read | delivery | write | async | browse | small | memory] [arguments]" >&2
+       exit 2 ;;
 esac

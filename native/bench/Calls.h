@@ -47,3 +47,15 @@ jlongArray toJava(JNIEnv* env, const std::vector<int64_t>& nanos);
 void throwIllegalArgument(JNIEnv* env, const char* message);
 
 }  // namespace opc::bench
+
+#include "opc/platform.h"
+
+namespace opc::bench {
+
+// The VARIANT of each value text of the Java array, parsed as the write floor parses it (numbers,
+// booleans, strings, arrays of numbers; VT_EMPTY where the text is null); false with
+// IllegalArgumentException pending when the types are missing or of another length. The caller
+// clears the VARIANTs.
+bool parseValues(JNIEnv* env, jintArray types, jobjectArray texts, std::vector<VARIANT>& out);
+
+}  // namespace opc::bench

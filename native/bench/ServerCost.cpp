@@ -30,8 +30,9 @@ void throwFailure(JNIEnv* env, const char* what, HRESULT hr) {
     if (cls != nullptr) env->ThrowNew(cls, text.c_str());
 }
 
-// A data callback that only notes when the data change of the awaited refresh arrives and how many
-// items it carried. Subscription updates (transaction 0) and other refreshes are not counted.
+// A data callback that only notes when the data change, read completion or write completion of the
+// awaited transaction arrives and how many items it carried. Subscription updates (transaction 0)
+// and other transactions are not counted.
 class NullSink : public opc::support::ComObject<NullSink, IOPCDataCallback> {
 public:
     void* interfaceFor(REFIID iid) {
@@ -40,19 +41,17 @@ public:
 
     HRESULT STDMETHODCALLTYPE OnDataChange(DWORD transaction, OPCHANDLE, HRESULT, HRESULT, DWORD count, OPCHANDLE*,
                                            VARIANT*, WORD*, FILETIME*, HRESULT*) override {
-        const int64_t arrived = nowNanos();
-        std::lock_guard<std::mutex> guard(lock_);
-        if (transaction != transaction_) return S_OK;
-        if (items_ == 0) arrived_ = arrived;
-        items_ += count;
-        changed_.notify_all();
+        note(transaction, count);
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE OnReadComplete(DWORD, OPCHANDLE, HRESULT, HRESULT, DWORD, OPCHANDLE*, VARIANT*, WORD*,
-                                             FILETIME*, HRESULT*) override {
+    HRESULT STDMETHODCALLTYPE OnReadComplete(DWORD transaction, OPCHANDLE, HRESULT, HRESULT, DWORD count, OPCHANDLE*,
+                                             VARIANT*, WORD*, FILETIME*, HRESULT*) override {
+        note(transaction, count);
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE OnWriteComplete(DWORD, OPCHANDLE, HRESULT, DWORD, OPCHANDLE*, HRESULT*) override {
+    HRESULT STDMETHODCALLTYPE OnWriteComplete(DWORD transaction, OPCHANDLE, HRESULT, DWORD count, OPCHANDLE*,
+                                              HRESULT*) override {
+        note(transaction, count);
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE OnCancelComplete(DWORD, OPCHANDLE) override { return S_OK; }
@@ -74,6 +73,15 @@ public:
     }
 
 private:
+    void note(DWORD transaction, DWORD count) {
+        const int64_t arrived = nowNanos();
+        std::lock_guard<std::mutex> guard(lock_);
+        if (transaction != transaction_) return;
+        if (items_ == 0) arrived_ = arrived;
+        items_ += count;
+        changed_.notify_all();
+    }
+
     std::mutex lock_;
     std::condition_variable changed_;
     DWORD transaction_ = 0;
@@ -153,12 +161,16 @@ JNIEXPORT void JNICALL Java_com_velmora_opc_bench_BenchNatives_disableSubscripti
     if (FAILED(hr)) throwFailure(env, "IOPCAsyncIO2::SetEnable", hr);
 }
 
+}  // extern "C"
+
+namespace {
+
 // Connects a do-nothing data callback to the group of the IOPCAsyncIO2 handle, disables its
-// subscription updates, and per round times IOPCAsyncIO2::Refresh2 from the cache up to the arrival
-// of its data change of `expected` items. Disconnects before returning.
-JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_serverRefresh(JNIEnv* env, jclass,
-                                                                                 jlong asyncIo, jint expected,
-                                                                                 jint rounds) {
+// subscription updates, and per round times issue(transaction) up to the arrival of that
+// transaction's `expected` items at the callback. Disconnects before returning; null with an
+// exception pending when a step fails.
+template <typename Issue>
+jlongArray timeCompletions(JNIEnv* env, jlong asyncIo, jint expected, jint rounds, const char* what, Issue&& issue) {
     if (asyncIo == 0 || expected < 1) {
         throwIllegalArgument(env, "no IOPCAsyncIO2 handle or no items");
         return nullptr;
@@ -187,16 +199,15 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_serverRefre
     for (jint r = 0; failure == nullptr && r < rounds; ++r) {
         const auto transaction = static_cast<DWORD>(kFirstTransaction + r);
         sink->await(transaction);
-        DWORD cancelId = 0;
         const int64_t start = nowNanos();
-        hr = io->Refresh2(OPC_DS_CACHE, transaction, &cancelId);
+        hr = issue(io, transaction);
         if (FAILED(hr)) {
-            failure = "IOPCAsyncIO2::Refresh2";
+            failure = what;
             break;
         }
         const int64_t arrived = sink->awaitItems(want, kTimeoutMs);
         if (arrived == 0) {
-            failure = "the data change of a refresh";
+            failure = "the completion of a request";
             hr = E_FAIL;
             break;
         }
@@ -207,6 +218,213 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_serverRefre
         throwFailure(env, failure, hr);
         return nullptr;
     }
+    return toJava(env, nanos);
+}
+
+std::vector<OPCHANDLE> handlesOf(JNIEnv* env, jintArray serverHandles) {
+    const jsize count = serverHandles != nullptr ? env->GetArrayLength(serverHandles) : 0;
+    std::vector<OPCHANDLE> handles(static_cast<size_t>(count));
+    if (count > 0) env->GetIntArrayRegion(serverHandles, 0, count, reinterpret_cast<jint*>(handles.data()));
+    return handles;
+}
+
+// The VARIANTs of value texts, cleared at scope end.
+struct Values {
+    std::vector<VARIANT> variants;
+    Values() = default;
+    ~Values() {
+        for (VARIANT& v : variants) VariantClear(&v);
+    }
+    Values(const Values&) = delete;
+    Values& operator=(const Values&) = delete;
+};
+
+}  // namespace
+
+extern "C" {
+
+// Per round: IOPCAsyncIO2::Refresh2 from the cache up to the arrival of its data change of `expected`
+// items at a do-nothing data callback (subscription updates disabled).
+JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_serverRefresh(JNIEnv* env, jclass,
+                                                                                 jlong asyncIo, jint expected,
+                                                                                 jint rounds) {
+    return timeCompletions(env, asyncIo, expected, rounds, "IOPCAsyncIO2::Refresh2",
+                           [](IOPCAsyncIO2* io, DWORD transaction) {
+                               DWORD cancelId = 0;
+                               return io->Refresh2(OPC_DS_CACHE, transaction, &cancelId);
+                           });
+}
+
+// Per round: IOPCAsyncIO2::Read of the handles up to the arrival of its read completion at a
+// do-nothing data callback; the issue's error block is freed.
+JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_serverReadAsync(JNIEnv* env, jclass,
+                                                                                   jlong asyncIo,
+                                                                                   jintArray serverHandles,
+                                                                                   jint rounds) {
+    std::vector<OPCHANDLE> handles = handlesOf(env, serverHandles);
+    return timeCompletions(env, asyncIo, static_cast<jint>(handles.size()), rounds, "IOPCAsyncIO2::Read",
+                           [&](IOPCAsyncIO2* io, DWORD transaction) {
+                               DWORD cancelId = 0;
+                               HRESULT* errors = nullptr;
+                               const HRESULT hr = io->Read(static_cast<DWORD>(handles.size()), handles.data(),
+                                                           transaction, &cancelId, &errors);
+                               CoTaskMemFree(errors);
+                               return hr;
+                           });
+}
+
+// Per round: IOPCSyncIO::Write of the VARIANTs parsed (once, before the rounds) from the value texts,
+// with the result block freed.
+JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_serverWrite(JNIEnv* env, jclass, jlong syncIo,
+                                                                               jintArray serverHandles,
+                                                                               jintArray types, jobjectArray texts,
+                                                                               jint rounds) {
+    std::vector<OPCHANDLE> handles = handlesOf(env, serverHandles);
+    Values values;
+    if (syncIo == 0 || !parseValues(env, types, texts, values.variants)) return nullptr;
+    if (values.variants.size() != handles.size()) {
+        throwIllegalArgument(env, "handles and values of different lengths");
+        return nullptr;
+    }
+    std::vector<int64_t> nanos;
+    for (jint r = 0; r < rounds; ++r) {
+        const int64_t start = nowNanos();
+        HRESULT* errors = nullptr;
+        const HRESULT hr = fromHandle<IOPCSyncIO>(syncIo)->Write(static_cast<DWORD>(handles.size()), handles.data(),
+                                                                 values.variants.data(), &errors);
+        CoTaskMemFree(errors);
+        nanos.push_back(nowNanos() - start);
+        if (FAILED(hr)) {
+            throwFailure(env, "IOPCSyncIO::Write", hr);
+            return nullptr;
+        }
+    }
+    return toJava(env, nanos);
+}
+
+// Per round: IOPCAsyncIO2::Write of the VARIANTs parsed before the rounds, up to the arrival of its
+// write completion at a do-nothing data callback.
+JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_serverWriteAsync(JNIEnv* env, jclass,
+                                                                                    jlong asyncIo,
+                                                                                    jintArray serverHandles,
+                                                                                    jintArray types,
+                                                                                    jobjectArray texts, jint rounds) {
+    std::vector<OPCHANDLE> handles = handlesOf(env, serverHandles);
+    Values values;
+    if (!parseValues(env, types, texts, values.variants)) return nullptr;
+    if (values.variants.size() != handles.size()) {
+        throwIllegalArgument(env, "handles and values of different lengths");
+        return nullptr;
+    }
+    return timeCompletions(env, asyncIo, static_cast<jint>(handles.size()), rounds, "IOPCAsyncIO2::Write",
+                           [&](IOPCAsyncIO2* io, DWORD transaction) {
+                               DWORD cancelId = 0;
+                               HRESULT* errors = nullptr;
+                               const HRESULT hr = io->Write(static_cast<DWORD>(handles.size()), handles.data(),
+                                                            values.variants.data(), transaction, &cancelId, &errors);
+                               CoTaskMemFree(errors);
+                               return hr;
+                           });
+}
+
+// Per round: IOPCBrowse::Browse of the branch, every element with its canonical type and access
+// rights, following the continuation points to the end; every answer freed. Answers the element count
+// of the last round in out[0] through the rounds array's extra slot: the result holds rounds + 1
+// values, the last one the count.
+JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_serverBrowse(JNIEnv* env, jclass, jlong browser,
+                                                                                jstring itemId, jint rounds) {
+    if (browser == 0 || itemId == nullptr) {
+        throwIllegalArgument(env, "no IOPCBrowse handle or no item id");
+        return nullptr;
+    }
+    const jsize length = env->GetStringLength(itemId);
+    std::u16string id(static_cast<size_t>(length), u'\0');
+    env->GetStringRegion(itemId, 0, length, reinterpret_cast<jchar*>(id.data()));
+    OLECHAR empty[] = OLESTR("");
+    DWORD propertyIds[] = {OPC_PROPERTY_DATATYPE, OPC_PROPERTY_ACCESS_RIGHTS};
+    IOPCBrowse* server = fromHandle<IOPCBrowse>(browser);
+    std::vector<int64_t> nanos;
+    int64_t elements = 0;
+    for (jint r = 0; r < rounds; ++r) {
+        elements = 0;
+        const int64_t start = nowNanos();
+        LPWSTR continuation = empty;
+        BOOL more = TRUE;
+        while (more) {
+            DWORD count = 0;
+            OPCBROWSEELEMENT* answer = nullptr;
+            LPWSTR passed = continuation;
+            const HRESULT hr = server->Browse(reinterpret_cast<LPWSTR>(id.data()), &continuation, 0,
+                                              OPC_BROWSE_FILTER_ALL, empty, empty, FALSE, TRUE, 2, propertyIds, &more,
+                                              &count, &answer);
+            if (passed != empty && passed != continuation) CoTaskMemFree(passed);
+            for (DWORD i = 0; answer != nullptr && i < count; ++i) {
+                CoTaskMemFree(answer[i].szName);
+                CoTaskMemFree(answer[i].szItemID);
+                OPCITEMPROPERTIES& properties = answer[i].ItemProperties;
+                for (DWORD p = 0; properties.pItemProperties != nullptr && p < properties.dwNumProperties; ++p) {
+                    CoTaskMemFree(properties.pItemProperties[p].szItemID);
+                    CoTaskMemFree(properties.pItemProperties[p].szDescription);
+                    VariantClear(&properties.pItemProperties[p].vValue);
+                }
+                CoTaskMemFree(properties.pItemProperties);
+            }
+            CoTaskMemFree(answer);
+            elements += count;
+            if (FAILED(hr)) {
+                throwFailure(env, "IOPCBrowse::Browse", hr);
+                return nullptr;
+            }
+            if (continuation == nullptr) break;
+        }
+        if (continuation != empty) CoTaskMemFree(continuation);
+        nanos.push_back(nowNanos() - start);
+    }
+    nanos.push_back(elements);
+    return toJava(env, nanos);
+}
+
+// Per round: IOPCBrowseServerAddressSpace::ChangeBrowsePosition to the branch, BrowseOPCItemIDs of
+// its leaves, and per name IEnumString::Next of one string and GetItemID; every string freed. The
+// result holds rounds + 1 values, the last one the name count of the last round.
+JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_serverBrowseItemIds(JNIEnv* env, jclass,
+                                                                                       jlong browser, jstring path,
+                                                                                       jint rounds) {
+    if (browser == 0 || path == nullptr) {
+        throwIllegalArgument(env, "no IOPCBrowseServerAddressSpace handle or no path");
+        return nullptr;
+    }
+    const jsize length = env->GetStringLength(path);
+    std::u16string branch(static_cast<size_t>(length), u'\0');
+    env->GetStringRegion(path, 0, length, reinterpret_cast<jchar*>(branch.data()));
+    OLECHAR empty[] = OLESTR("");
+    auto* space = fromHandle<IOPCBrowseServerAddressSpace>(browser);
+    std::vector<int64_t> nanos;
+    int64_t names = 0;
+    for (jint r = 0; r < rounds; ++r) {
+        names = 0;
+        const int64_t start = nowNanos();
+        HRESULT hr = space->ChangeBrowsePosition(OPC_BROWSE_TO, reinterpret_cast<LPCWSTR>(branch.c_str()));
+        ComPtr<IEnumString> found;
+        if (SUCCEEDED(hr)) hr = space->BrowseOPCItemIDs(OPC_LEAF, empty, VT_EMPTY, 0, found.put());
+        if (FAILED(hr) || !found) {
+            throwFailure(env, "IOPCBrowseServerAddressSpace::BrowseOPCItemIDs", hr);
+            return nullptr;
+        }
+        for (;;) {
+            LPOLESTR name = nullptr;
+            ULONG fetched = 0;
+            found->Next(1, &name, &fetched);
+            if (fetched != 1) break;
+            LPWSTR itemId = nullptr;
+            space->GetItemID(name, &itemId);
+            CoTaskMemFree(itemId);
+            CoTaskMemFree(name);
+            ++names;
+        }
+        nanos.push_back(nowNanos() - start);
+    }
+    nanos.push_back(names);
     return toJava(env, nanos);
 }
 

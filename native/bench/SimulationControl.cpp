@@ -1,5 +1,6 @@
 // Steers the simulation server during a benchmark: its items changing at every subscription update,
-// and the server's own time for its last update. The module is opened by path, which yields the very
+// the server's own time and its callbacks' time for its last update, its bench branch and browse
+// portions; and reads the COM runtime's allocation ledger. The module is opened by path, which yields the very
 // instance that the substrate loaded when the server was created.
 #include <dlfcn.h>
 
@@ -14,6 +15,9 @@ namespace {
 struct Simulation {
     void (*setChangeEveryTick)(const char*, int) = nullptr;
     double (*lastTickMicros)() = nullptr;
+    double (*lastCallbackMicros)() = nullptr;
+    void (*setBenchBranch)(int) = nullptr;
+    void (*setBrowsePortion)(int) = nullptr;
 };
 
 Simulation simulation;
@@ -58,8 +62,14 @@ JNIEXPORT jstring JNICALL Java_com_velmora_opc_bench_BenchNatives_openSimulation
     Simulation found;
     found.setChangeEveryTick = reinterpret_cast<void (*)(const char*, int)>(dlsym(module, "SimSetChangeEveryTick"));
     found.lastTickMicros = reinterpret_cast<double (*)()>(dlsym(module, "SimLastTickMicros"));
-    if (found.setChangeEveryTick == nullptr || found.lastTickMicros == nullptr) {
-        return env->NewStringUTF((std::string(path.get()) + " lacks SimSetChangeEveryTick or SimLastTickMicros").c_str());
+    found.lastCallbackMicros = reinterpret_cast<double (*)()>(dlsym(module, "SimLastCallbackMicros"));
+    found.setBenchBranch = reinterpret_cast<void (*)(int)>(dlsym(module, "SimSetBenchBranch"));
+    found.setBrowsePortion = reinterpret_cast<void (*)(int)>(dlsym(module, "SimSetBrowsePortion"));
+    if (found.setChangeEveryTick == nullptr || found.lastTickMicros == nullptr || found.lastCallbackMicros == nullptr ||
+        found.setBenchBranch == nullptr || found.setBrowsePortion == nullptr) {
+        return env->NewStringUTF((std::string(path.get()) + " lacks one of SimSetChangeEveryTick, SimLastTickMicros,"
+                                                            " SimLastCallbackMicros, SimSetBenchBranch, SimSetBrowsePortion")
+                                     .c_str());
     }
     simulation = found;
     return nullptr;
@@ -80,6 +90,29 @@ JNIEXPORT void JNICALL Java_com_velmora_opc_bench_BenchNatives_changeEveryTick(J
 // Microseconds the server spent on its last subscription update, without the time inside the callbacks.
 JNIEXPORT jdouble JNICALL Java_com_velmora_opc_bench_BenchNatives_lastTickMicros(JNIEnv* env, jclass) {
     return bound(env) ? simulation.lastTickMicros() : 0.0;
+}
+
+// Microseconds that the data callbacks of the last subscription update took, as the server's thread saw them.
+JNIEXPORT jdouble JNICALL Java_com_velmora_opc_bench_BenchNatives_lastCallbackMicros(JNIEnv* env, jclass) {
+    return bound(env) ? simulation.lastCallbackMicros() : 0.0;
+}
+
+// The branch "Bench.Many" with that many leaves (0 removes it).
+JNIEXPORT void JNICALL Java_com_velmora_opc_bench_BenchNatives_benchBranch(JNIEnv* env, jclass, jint leaves) {
+    if (bound(env)) simulation.setBenchBranch(leaves);
+}
+
+// At most that many elements per IOPCBrowse::Browse answer (0: all at once).
+JNIEXPORT void JNICALL Java_com_velmora_opc_bench_BenchNatives_browsePortion(JNIEnv* env, jclass, jint elements) {
+    if (bound(env)) simulation.setBrowsePortion(elements);
+}
+
+// Live blocks of the COM runtime's allocation ledger (0 task memory, 1 BSTR, 2 SAFEARRAY); -1 where the
+// runtime keeps no ledger (the system's own COM).
+JNIEXPORT jlong JNICALL Java_com_velmora_opc_bench_BenchNatives_ledgerLive(JNIEnv*, jclass, jint kind) {
+    using Count = long long (*)(int);
+    static const auto count = reinterpret_cast<Count>(dlsym(RTLD_DEFAULT, "LedgerLiveCount"));
+    return count != nullptr ? static_cast<jlong>(count(kind)) : -1;
 }
 
 }  // extern "C"

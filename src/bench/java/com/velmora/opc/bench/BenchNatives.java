@@ -50,6 +50,60 @@ public final class BenchNatives {
     /** Microseconds the server spent on its last subscription update, without the time inside the callbacks. */
     public static native double lastTickMicros();
 
+    /** Microseconds the data callbacks of the last subscription update took, as the server's thread saw them. */
+    public static native double lastCallbackMicros();
+
+    /** The branch "Bench.Many" with that many leaves "0" .. "leaves-1"; 0 removes it. */
+    public static native void benchBranch(int leaves);
+
+    /** At most that many elements per IOPCBrowse::Browse answer; 0 answers at once. */
+    public static native void browsePortion(int elements);
+
+    /** Live blocks of the COM runtime's allocation ledger (0 task memory, 1 BSTR, 2 SAFEARRAY); -1 without a ledger. */
+    public static native long ledgerLive(int kind);
+
+    /**
+     * Each value text read from the array and parsed into its VARIANT, the VARIANTs cleared, and the
+     * per-item results handed over in one call: OnReturnWrite of a write listener (synchronous) or
+     * OnWriteCompleted of a data callback.
+     */
+    public static native long[] writeFloor(Object receiver, boolean synchronous, int[] handles, int[] types,
+            String[] values, int rounds);
+
+    /**
+     * One OnReadCompleted call with new arrays of the same contents as the library's: the texts made
+     * from the numbers (6 significant digits) when numbers is given, else from the texts.
+     */
+    public static native long[] readCompletedFloor(Object receiver, int[] handles, int[] kinds, double[] numbers,
+            String[] texts, int[] qualities, long[] timestamps, int[] errors, int rounds);
+
+    /** One add call per element with new Strings of its name and item id; withFlags: the seven-argument add. */
+    public static native long[] addFloor(Object receiver, boolean withFlags, String[] names, String[] itemIds,
+            int rounds);
+
+    /** IOPCAsyncIO2::Read of the handles up to its read completion at a do-nothing native callback. */
+    public static native long[] serverReadAsync(long asyncIo, int[] serverHandles, int rounds);
+
+    /** IOPCSyncIO::Write of the values (parsed once before the rounds) with the results freed. */
+    public static native long[] serverWrite(long syncIo, int[] serverHandles, int[] types, String[] values,
+            int rounds);
+
+    /** IOPCAsyncIO2::Write of the values (parsed once) up to its write completion at a do-nothing native callback. */
+    public static native long[] serverWriteAsync(long asyncIo, int[] serverHandles, int[] types, String[] values,
+            int rounds);
+
+    /**
+     * IOPCBrowse::Browse of the branch to its last continuation point, every answer freed; one more
+     * value at the end: the element count.
+     */
+    public static native long[] serverBrowse(long browser, String itemId, int rounds);
+
+    /**
+     * ChangeBrowsePosition to the branch, BrowseOPCItemIDs of its leaves, Next and GetItemID per name,
+     * all freed; one more value at the end: the name count.
+     */
+    public static native long[] serverBrowseItemIds(long browser, String path, int rounds);
+
     /** updateNumeric once per element, on this thread, with the given arguments. */
     public static native long[] numericFloor(Object receiver, int[] handles, double[] values, long[] timestamps,
             int[] qualities, int[] errors, boolean synchronous, int rounds);
