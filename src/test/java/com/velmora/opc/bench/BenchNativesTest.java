@@ -159,6 +159,35 @@ class BenchNativesTest {
     }
 
     @Test
+    void theBatchBenchmarksRunEndToEndAndReleaseEverything() {
+        assumeTrue(SimControl.available(), SimControl::problem);
+        SimControl.reset();
+        long server = BenchGroup.connect();
+        try {
+            BenchNatives.requireSimulation();
+            WriteBench.Batch batch = new WriteBench.Batch();
+            List<Rounds[]> runs = new ArrayList<>(List.of(WriteBench.measureSync(server, batch, 0, 1),
+                    WriteBench.measureAsync(server, batch, 0, 1), AsyncReadBench.measure(server, "Bench.R8.", true, 0, 1),
+                    SmallUpdatesBench.measure(server, 10, 0, 2)));
+            BenchNatives.benchBranch(1_000);
+            BenchNatives.browsePortion(300);
+            long browse = ComObjectClient.query(server, "{39227004-A18F-4B57-8B0A-5235670F4468}");
+            try {
+                runs.add(BrowseBench.measure(browse, true, 1_000, 0, 1));
+            } finally {
+                ComObjectClient.release(browse);
+            }
+            for (Rounds[] run : runs) {
+                for (Rounds rounds : run) assertTrue(rounds.median() > 0, rounds.name());
+            }
+            assertTrue(SimControl.callCount("IOPCBrowse::Browse") >= 8, "answered in portions");
+        } finally {
+            SimControl.reset();
+            ComObjectClient.release(server);
+        }
+    }
+
+    @Test
     void serverTimingsFreeResultsAndDisconnect() {
         assumeTrue(SimControl.available(), SimControl::problem);
         SimControl.reset();
