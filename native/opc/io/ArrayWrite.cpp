@@ -24,6 +24,7 @@ size_t itemCount(jint count) {
 struct WriteItems {
     std::vector<OPCHANDLE> handles;
     std::vector<VARIANT> values;
+    std::vector<jint> types;  // the requested VARTYPE of each item, as Java passed it
 
     explicit WriteItems(jint count) : handles(itemCount(count)), values(itemCount(count)) {
         for (VARIANT& value : values) VariantInit(&value);
@@ -52,22 +53,38 @@ private:
     const char* chars_;
 };
 
+// The modified UTF-8 of a number or boolean text, cut to at most 199 bytes, in the caller's buffer.
+// A text of up to 66 units (at most 198 bytes) is copied straight into it; a longer one goes through
+// the virtual machine's own copy.
+const char* shortUtf8(JNIEnv* env, jstring text, char (&copy)[200]) {
+    constexpr jsize kDirect = (sizeof copy - 2) / 3;
+    const jsize length = env->GetStringLength(text);
+    if (length <= kDirect) {
+        const jsize bytes = env->GetStringUTFLength(text);
+        env->GetStringUTFRegion(text, 0, length, copy);
+        copy[bytes] = 0;
+        return copy;
+    }
+    const Utf8Chars chars(env, text);
+    std::strncpy(copy, chars.get(), sizeof copy - 1);
+    copy[sizeof copy - 1] = 0;
+    return copy;
+}
+
 // Numbers are read with atof from a copy of at most 199 characters, booleans are "true" exactly;
 // every other type is parsed from the text. A null text leaves the value empty.
 void buildValue(JNIEnv* env, VARIANT& value, jint dataType, jstring text) {
     if (text == nullptr) return;
     const auto type = static_cast<VARTYPE>(static_cast<uint32_t>(dataType) & 0xFFFF);
     if (isNumeric(type)) {
-        const Utf8Chars chars(env, text);
         char copy[200];
-        std::strncpy(copy, chars.get(), sizeof copy - 1);
-        copy[sizeof copy - 1] = 0;
+        const double number = std::atof(shortUtf8(env, text, copy));
         value.vt = type;
-        setNumericValue(env, value, type, std::atof(copy));
+        setNumericValue(env, value, type, number);
     } else if (type == VT_BOOL) {
-        const Utf8Chars chars(env, text);
+        char copy[200];
         value.vt = VT_BOOL;
-        value.boolVal = std::strcmp(chars.get(), "true") == 0 ? VARIANT_TRUE : VARIANT_FALSE;
+        value.boolVal = std::strcmp(shortUtf8(env, text, copy), "true") == 0 ? VARIANT_TRUE : VARIANT_FALSE;
     } else {
         toVariant(env, value, type, text);
     }
@@ -91,14 +108,14 @@ jint write(JNIEnv* env, IUnknown* io, bool synchronous, jint count, jint transac
     try {
         checkArrays(env, count, serverHandles, dataTypes, values);
         WriteItems items(count);
+        if (count > 0) {
+            env->GetIntArrayRegion(serverHandles, 0, count, reinterpret_cast<jint*>(items.handles.data()));
+            items.types.resize(static_cast<size_t>(count));
+            env->GetIntArrayRegion(dataTypes, 0, count, items.types.data());
+        }
         for (jint i = 0; i < count; ++i) {
-            jint handle = 0;
-            jint dataType = 0;
-            env->GetIntArrayRegion(serverHandles, i, 1, &handle);
-            env->GetIntArrayRegion(dataTypes, i, 1, &dataType);
-            items.handles[static_cast<size_t>(i)] = static_cast<OPCHANDLE>(handle);
             const env::LocalRef<jstring> text(env, static_cast<jstring>(env->GetObjectArrayElement(values, i)));
-            buildValue(env, items.values[static_cast<size_t>(i)], dataType, text.get());
+            buildValue(env, items.values[static_cast<size_t>(i)], items.types[static_cast<size_t>(i)], text.get());
         }
 
         const auto n = static_cast<DWORD>(count);

@@ -142,13 +142,34 @@ size_t split(const std::string& text, std::vector<std::string>& tokens, char del
     return count;
 }
 
+namespace {
+
+// The BSTR of a Java string's units up to its first U+0000, copied once; null for a null string or
+// when none can be allocated.
+BSTR newBstr(JNIEnv* env, jstring value) {
+    if (value == nullptr) return nullptr;
+    const jsize length = env->GetStringLength(value);
+    BSTR text = SysAllocStringLen(nullptr, static_cast<UINT>(length));
+    if (text == nullptr) return nullptr;
+    env->GetStringRegion(value, 0, length, reinterpret_cast<jchar*>(text));
+    jsize end = 0;
+    while (end < length && text[end] != 0) ++end;
+    if (end == length) return text;
+    // The text ends at the U+0000, as the string's wide copy would.
+    BSTR cut = SysAllocStringLen(text, static_cast<UINT>(end));
+    SysFreeString(text);
+    return cut;
+}
+
+}  // namespace
+
 void toVariant(JNIEnv* env, VARIANT& out, VARTYPE type, jstring value) {
-    const WideString wide = newWideString(env, value);
     if (type == VT_BSTR) {
         out.vt = VT_BSTR;
-        out.bstrVal = SysAllocString(wide.get());  // a null text gives a null BSTR, read as ""
+        out.bstrVal = newBstr(env, value);  // a null text gives a null BSTR, read as ""
         return;
     }
+    const WideString wide = newWideString(env, value);
     if (!wide) return;
     if (parseArray(toNarrowString(WideText(wide.get())), type, out) == ArrayParse::CannotCreate)
         logTrace(env, arrayKind(type)->cannotCreate);

@@ -190,6 +190,10 @@ class OpcSyncIoTest {
             assertEquals(0, OpcSyncIo.writeArray(io, 2, h, types, new String[] {"abc", "true", "9"}, returns));
             assertEquals(written(0, 2, h, null), returns.last());
             assertEquals(List.of("numeric 0.0", "boolean true"), readBack(io, h[0], h[1]));
+            // A string ends at its first U+0000; a long number text is read from its first 199 bytes.
+            assertEquals(0, OpcSyncIo.writeArray(io, 2, new int[] {h[3], h[0]}, new int[] {VT_BSTR, VT_R8},
+                    new String[] {"a\u0000b", " ".repeat(196) + "12345"}, returns));
+            assertEquals(List.of("string [a]", "numeric 123.0"), readBack(io, h[3], h[0]));
 
             SimControl.clearCalls();
             SimControl.failNext("IOPCSyncIO::Write", E_FAIL, 1);
@@ -201,7 +205,7 @@ class OpcSyncIoTest {
             assertEquals(0, OpcSyncIo.writeArray(io, -1, h, types, values, returns));
             assertEquals(0, OpcSyncIo.writeArray(io, 9, h, types, values, returns));
             assertEquals(2, SimControl.callCount("IOPCSyncIO::Write"));
-            assertEquals(4, returns.calls().size());
+            assertEquals(5, returns.calls().size());
             // The write happens; only its report is lost or fails in Java.
             assertEquals(0, OpcSyncIo.writeArray(io, 1, h, types, values, null));
             assertThrows(NoSuchMethodError.class, () -> OpcSyncIo.writeArray(io, 1, h, types, values, new Object()));
