@@ -51,7 +51,7 @@ public final class DeliveryBench {
         System.out.printf("  server %s ns per item (%s us per update, callbacks excluded); floor %s ns per item%n",
                 Rounds.fixed(serverOnly), Rounds.fixed(measured[1].median() / 1000.0), Rounds.fixed(floor));
         System.out.printf("  ratio %s = (total - server) / floor, total = server + delivery + attach/detach per update;"
-                + " target <= 1.5 (delivery alone: %s)%n", Rounds.ratioText(Rounds.ratio(serverOnly + library,
+                + " target <= 1.10 (delivery alone: %s)%n", Rounds.ratioText(Rounds.ratio(serverOnly + library,
                         serverOnly, floor)), Rounds.ratioText(delivery / floor));
         System.out.printf("  attach + detach per callback: %s us on a fresh native thread, %s us on one thread"
                 + " over and over (%s ns per item of a %d-item update)%n", Rounds.fixed(fresh / 1000.0),
@@ -156,11 +156,12 @@ public final class DeliveryBench {
             return sum;
         }
 
+        /** The clock is read at the first and the last item of an update only, as the floor's receiver reads it. */
         private void counted() {
-            long now = System.nanoTime();
             if (count == items) count = 0;
-            if (++count == 1) startedAt = now;
+            if (++count == 1) startedAt = System.nanoTime();
             if (count == items) {
+                long now = System.nanoTime();
                 int done = completed + 1;
                 if (done < spreads.length) spreads[done] = now - startedAt;
                 completed = done;

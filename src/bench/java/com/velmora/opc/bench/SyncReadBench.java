@@ -29,7 +29,7 @@ public final class SyncReadBench {
         } finally {
             ComObjectClient.release(server);
         }
-        System.out.println("ratio = (total - server) / floor; target <= 1.5");
+        System.out.println("ratio = (total - server) / floor; target <= 1.10");
     }
 
     private static void report(String type, Rounds[] measured) {
