@@ -1,9 +1,12 @@
 #include "ValueParsing.h"
 
 #include <cstdint>
+#include <cstdlib>
 #include <limits>
 #include <locale>
+#include <optional>
 #include <sstream>
+#include <type_traits>
 
 #include "Owned.h"
 
@@ -12,21 +15,66 @@ namespace opc {
 namespace {
 
 // Reads one number per token the way a classic-locale stream reads it: leading blanks skipped,
-// reading stops at the first character that cannot continue the number. One stream serves a whole
-// array.
+// reading stops at the first character that cannot continue the number. A plain token (an optional
+// minus, digits, for the floating types a fraction; nothing else) is read straight with the C
+// library, which is what the stream itself ends in; any other token goes through the one stream of
+// the array, made when the first such token comes.
 class NumberReader {
 public:
-    NumberReader() { in_.imbue(std::locale::classic()); }
     template <typename T>
     bool read(const std::string& token, T& value) {
-        in_.clear();
-        in_.str(token);
-        in_ >> value;
-        return !in_.fail();
+        if (readPlain(token, value)) return true;
+        if (!in_) {
+            in_.emplace();
+            in_->imbue(std::locale::classic());
+        }
+        in_->clear();
+        in_->str(token);
+        *in_ >> value;
+        return !in_->fail();
     }
 
 private:
-    std::istringstream in_;
+    // The token's digits, a sign and for floats a fraction, in a form whose value needs no range or
+    // rounding rule beyond the C library's: at most 9 integer digits for integers, at most 30 integer
+    // and 20 fraction digits for floats. False leaves the token to the stream.
+    template <typename T>
+    static bool readPlain(const std::string& token, T& value) {
+        const char* c = token.c_str();
+        const bool negative = *c == '-';
+        if (negative) ++c;
+        const char* digits = c;
+        while (*c >= '0' && *c <= '9') ++c;
+        const size_t whole = static_cast<size_t>(c - digits);
+        if (whole == 0) return false;
+        if constexpr (std::is_floating_point_v<T>) {
+            if (whole > 30) return false;
+            if (*c == '.') {
+                const char* fraction = ++c;
+                while (*c >= '0' && *c <= '9') ++c;
+                if (c - fraction > 20) return false;
+            }
+            if (*c != 0) return false;
+            char* end = nullptr;
+            if constexpr (std::is_same_v<T, float>)
+                value = std::strtof(token.c_str(), &end);
+            else
+                value = static_cast<T>(std::strtod(token.c_str(), &end));
+            return end == c;
+        } else {
+            if (*c != 0 || whole > 9 || (negative && std::is_unsigned_v<T>)) return false;
+            long long number = 0;
+            for (const char* d = digits; d < c; ++d) number = number * 10 + (*d - '0');
+            if (negative) number = -number;
+            if (number < static_cast<long long>(std::numeric_limits<T>::min()) ||
+                number > static_cast<long long>(std::numeric_limits<T>::max()))
+                return false;
+            value = static_cast<T>(number);
+            return true;
+        }
+    }
+
+    std::optional<std::istringstream> in_;
 };
 
 // Element i from token i, read as Read and stored as Element; a value above limit fails.

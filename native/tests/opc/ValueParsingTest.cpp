@@ -1,6 +1,8 @@
 // Value texts to array VARIANTs, and the tokenizer behind them.
 #include <gtest/gtest.h>
 
+#include <limits>
+#include <locale>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -84,6 +86,35 @@ TEST(ParseArray, ElementsAreReadAsAClassicStreamReadsThem) {
     EXPECT_EQ(parsed("a,b,", VT_ARRAY | VT_BSTR), "[a][b][]");
     EXPECT_EQ(parsed("", VT_ARRAY | VT_BSTR), "[]");
     EXPECT_EQ(parsed("\xE9t\xE9", VT_ARRAY | VT_BSTR), "[\xE9t\xE9]");
+}
+
+// What a classic stream makes of the token as Read, stored as Element, printed as element() prints it.
+template <typename Read, typename Element>
+std::string streamed(const std::string& token, Read limit = std::numeric_limits<Read>::max()) {
+    std::istringstream in(token);
+    in.imbue(std::locale::classic());
+    Read value{};
+    in >> value;
+    if (in.fail() || value > limit) return "<failed>";
+    std::ostringstream out;
+    out << +static_cast<Element>(value);
+    return "[" + out.str() + "]";
+}
+
+TEST(ParseArray, PlainTokensGiveWhatTheStreamGives) {
+    for (const std::string token :
+         {"0", "-0", "7", "-7", "00012", "32767", "-32768", "32768", "-32769", "255", "256", "65535", "65536",
+          "123456789", "999999999", "1234567890", "4294967295", "5.", "0.1", "-2.25", "1.175494e-38",
+          "0.00000000000000000001", "340282356779733661637539395458142568447", "123456789012345678901234567890",
+          "123456789012345678901234567890.12345678901234567890123"}) {
+        EXPECT_EQ(parsed(token, VT_ARRAY | VT_I2), (streamed<int16_t, SHORT>(token))) << token;
+        EXPECT_EQ(parsed(token, VT_ARRAY | VT_I4), (streamed<int32_t, LONG>(token))) << token;
+        EXPECT_EQ(parsed(token, VT_ARRAY | VT_UI1), (streamed<uint32_t, BYTE>(token, 255u))) << token;
+        EXPECT_EQ(parsed(token, VT_ARRAY | VT_UI2), (streamed<uint16_t, USHORT>(token))) << token;
+        EXPECT_EQ(parsed(token, VT_ARRAY | VT_UI4), (streamed<uint32_t, ULONG>(token))) << token;
+        EXPECT_EQ(parsed(token, VT_ARRAY | VT_R4), (streamed<float, FLOAT>(token))) << token;
+        EXPECT_EQ(parsed(token, VT_ARRAY | VT_R8), (streamed<double, DOUBLE>(token))) << token;
+    }
 }
 
 TEST(ParseArray, OneBadTokenFailsTheWholeArray) {
