@@ -146,6 +146,55 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_attachedThr
     return toJava(env, nanos);
 }
 
+// The floor of a whole callback: per round, one native thread (the same for all rounds, as a server's
+// callback thread) attaches to the virtual machine, makes the numeric update calls (synchronous flag
+// false) and detaches; the round's time covers all three.
+JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_callbackFloor(
+    JNIEnv* env, jclass, jobject receiver, jintArray handles, jdoubleArray numbers, jlongArray times,
+    jintArray qualities, jintArray errors, jint rounds) {
+    Calls calls;
+    UpdateIds ids;
+    if (!prepare(env, receiver, handles, numbers, nullptr, times, qualities, errors, &calls, &ids)) return nullptr;
+    JavaVM* vm = nullptr;
+    env->GetJavaVM(&vm);
+    jobject shared = env->NewGlobalRef(receiver);
+    if (shared == nullptr) return nullptr;
+    std::vector<int64_t> nanos;
+    nanos.reserve(static_cast<size_t>(rounds > 0 ? rounds : 0));
+    jobject thrown = nullptr;  // global: the receiver's exception, carried over to this thread
+    bool failed = false;
+    std::thread([&] {
+        for (jint r = 0; r < rounds && !failed && thrown == nullptr; ++r) {
+            const int64_t start = nowNanos();
+            void* attached = nullptr;
+            if (vm->AttachCurrentThread(&attached, nullptr) != JNI_OK) {
+                failed = true;
+                break;
+            }
+            auto* threadEnv = static_cast<JNIEnv*>(attached);
+            if (!numericRound(threadEnv, shared, ids.numeric, calls, kAsynchronous)) {
+                jthrowable local = threadEnv->ExceptionOccurred();
+                threadEnv->ExceptionClear();
+                thrown = threadEnv->NewGlobalRef(local);
+                threadEnv->DeleteLocalRef(local);
+            }
+            vm->DetachCurrentThread();
+            nanos.push_back(nowNanos() - start);
+        }
+    }).join();
+    env->DeleteGlobalRef(shared);
+    if (thrown != nullptr) {
+        env->Throw(static_cast<jthrowable>(thrown));
+        env->DeleteGlobalRef(thrown);
+        return nullptr;
+    }
+    if (failed) {
+        throwIllegalState(env, "AttachCurrentThread failed");
+        return nullptr;
+    }
+    return toJava(env, nanos);
+}
+
 // The time of each of `count` attach-and-detach pairs: on a fresh native thread each (fresh true), or
 // repeatedly on one native thread, as a server's callback thread does between callbacks.
 JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_attachDetach(JNIEnv* env, jclass, jint count,

@@ -116,6 +116,13 @@ public final class BenchNatives {
     public static native long[] attachedThreadFloor(Object receiver, int[] handles, double[] values,
             long[] timestamps, int[] qualities, int[] errors, int rounds);
 
+    /**
+     * Per round, on one native thread for all rounds: attach, updateNumeric (synchronous flag false)
+     * once per element, detach; as a server's callback thread delivers one data change.
+     */
+    public static native long[] callbackFloor(Object receiver, int[] handles, double[] values, long[] timestamps,
+            int[] qualities, int[] errors, int rounds);
+
     /** The time of each attach-and-detach: a fresh native thread each time, or one thread over and over. */
     public static native long[] attachDetach(int count, boolean freshThreads);
 

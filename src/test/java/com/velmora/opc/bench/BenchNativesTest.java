@@ -68,6 +68,13 @@ class BenchNativesTest {
         assertNotSame(Thread.currentThread(), floorThread);
         assertTrue(calls.threads().stream().allMatch(t -> t == floorThread), "one attachment for all rounds");
         assertFalse(floorThread.isAlive(), "the floor's thread is detached before the native returns");
+
+        // The callback floor attaches and detaches its one native thread per round.
+        calls = new Recorder();
+        BenchNatives.callbackFloor(calls, HANDLES, values, TIMES, QUALITIES, ERRORS, 2);
+        assertEquals(twice.stream().map(c -> c.replace(" sync", " async")).toList(), calls.calls());
+        assertNotSame(calls.threads().get(0), calls.threads().get(3), "a new attachment per round");
+        assertTrue(calls.threads().stream().noneMatch(Thread::isAlive));
     }
 
     @Test
