@@ -188,7 +188,7 @@ class OpcSyncIoTest {
                     "string [0.5,100.0]"), readBack(io, h[0], h[1], h[3], h[5], h[7]));
             // Elements of any magnitude come back whole: every digit of the exact value, one decimal.
             assertEquals(0, OpcSyncIo.writeArray(io, 1, new int[] {h[7]}, new int[] {VT_ARRAY | VT_R8},
-                    new String[] {"1e300,-1.7976931348623157e308,2"}, returns));
+                    new String[] {"1e300,-1.7976931348623157e308,2"}, new Recorder()));
             String[] texts = readBack(io, h[7]).get(0).replaceAll("^string \\[|\\]$", "").split(",");
             assertEquals(3, texts.length);
             assertEquals(new BigDecimal(1e300).setScale(1), new BigDecimal(texts[0]));
