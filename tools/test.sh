@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Every test: native unit tests, the export check, the Windows cross-build with its tests under Wine,
-# and the Java suite under -Xcheck:jni on the machine's JDK 17 and, where present, a newer JDK.
+# the Java suite under -Xcheck:jni on the machine's JDK 17 and, where present, a newer JDK, and both
+# suites once more against sanitizer builds of the libraries (tools/sanitize.sh).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash tools/build.sh
@@ -17,3 +18,4 @@ if [ -n "$newer" ] && [ -x "$newer/bin/java" ]; then
     echo "== java tests on $(basename "$newer")"
     JAVA_HOME="$newer" bash tools/java-test.sh
 fi
+bash tools/sanitize.sh

@@ -1,5 +1,6 @@
-// BSTR: [4-byte tag][4-byte byte length][characters][zero character]. The pointer handed out is
-// the first character, 8-byte aligned. The tag catches frees of foreign or already freed strings.
+// BSTR: [4 bytes unused][4-byte byte length][characters][zero character]. The pointer handed out is
+// the first character, 8-byte aligned. The ledger knows every live string by address, which catches
+// frees of foreign or already freed strings before anything is read through them.
 #include "internal.h"
 
 #include <cstdio>
@@ -8,16 +9,15 @@
 
 namespace {
 
-constexpr uint32_t kLiveTag = 0x52545342u;  // "BSTR"
-constexpr uint32_t kDeadTag = 0x44414544u;
 constexpr size_t kPrefix = 8;
 constexpr UINT kMaxBytes = 0x7FFFFFF0u;
 
-uint32_t* tagOf(BSTR s) { return reinterpret_cast<uint32_t*>(reinterpret_cast<char*>(s) - kPrefix); }
+char* blockOf(BSTR s) { return reinterpret_cast<char*>(s) - kPrefix; }
 uint32_t* lengthOf(BSTR s) { return reinterpret_cast<uint32_t*>(reinterpret_cast<char*>(s) - 4); }
 
-void checkLive(BSTR s, const char* what) {
-    if (*tagOf(s) != kLiveTag) {
+// Takes the string out of the ledger, or stops the process when it is not a live BSTR.
+void removeLive(BSTR s, const char* what) {
+    if (!substrate::blockRemove(s, LEDGER_BSTR)) {
         std::fprintf(stderr, "%s: %p is not a live BSTR\n", what, static_cast<void*>(s));
         std::abort();
     }
@@ -29,9 +29,8 @@ BSTR allocateBytes(UINT byteLength) {
     auto* block = static_cast<char*>(std::calloc(1, kPrefix + byteLength + sizeof(OLECHAR) + 1));
     if (block == nullptr) return nullptr;
     auto* s = reinterpret_cast<BSTR>(block + kPrefix);
-    *tagOf(s) = kLiveTag;
     *lengthOf(s) = byteLength;
-    substrate::ledgerAdd(LEDGER_BSTR);
+    substrate::blockAdd(s, LEDGER_BSTR);
     return s;
 }
 
@@ -57,10 +56,8 @@ BSTR SysAllocStringByteLen(LPCSTR psz, UINT len) {
 
 void SysFreeString(BSTR bstrString) {
     if (bstrString == nullptr) return;
-    checkLive(bstrString, "SysFreeString");
-    *tagOf(bstrString) = kDeadTag;
-    std::free(tagOf(bstrString));
-    substrate::ledgerRemove(LEDGER_BSTR);
+    removeLive(bstrString, "SysFreeString");
+    std::free(blockOf(bstrString));
 }
 
 INT SysReAllocStringLen(BSTR* pbstr, const OLECHAR* psz, UINT len) {

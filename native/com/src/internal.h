@@ -17,6 +17,13 @@ extern std::atomic<long long> ledgerCounts[LEDGER_KINDS];
 inline void ledgerAdd(LedgerKind kind) { ledgerCounts[kind].fetch_add(1, std::memory_order_relaxed); }
 inline void ledgerRemove(LedgerKind kind) { ledgerCounts[kind].fetch_sub(1, std::memory_order_relaxed); }
 
+// Live task-memory blocks and BSTRs by address (8-byte aligned) and kind; each call also keeps the
+// kind's count. blockRemove answers false, and changes nothing, for a pointer that is not a live
+// block of the kind: nothing is read through it.
+void blockAdd(void* block, LedgerKind kind);
+bool blockRemove(const void* block, LedgerKind kind);
+bool blockIsLive(const void* block, LedgerKind kind);
+
 // True when the calling thread may use COM: it entered an apartment, or the process has a
 // multithreaded apartment that an uninitialised thread implicitly belongs to.
 bool apartmentAvailable();

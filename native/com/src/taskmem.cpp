@@ -1,8 +1,8 @@
 // Task memory: the allocator COM callers and callees share for out-parameters.
 //
-// Each block carries a small header with a tag, so that freeing a pointer that did not come from
-// this allocator (or freeing a block twice) stops the process at once instead of corrupting the
-// heap silently.
+// Each block carries a small header with its size. The ledger knows every live block by address, so
+// that freeing a pointer that did not come from this allocator (or freeing a block twice) stops the
+// process at once, before anything is read through the pointer, instead of corrupting the heap.
 #include "internal.h"
 
 #include <cstdio>
@@ -11,23 +11,23 @@
 
 namespace {
 
-constexpr uint64_t kLiveTag = 0x6b6f6c426b736154ull;  // "TaskBlok"
-constexpr uint64_t kDeadTag = 0x646165446b736154ull;
-
 struct alignas(16) Header {
-    uint64_t tag;
     uint64_t size;
+    uint64_t reserved;
 };
 
 Header* headerOf(void* pv) { return static_cast<Header*>(pv) - 1; }
 
-Header* checkedHeader(void* pv, const char* what) {
-    Header* h = headerOf(pv);
-    if (h->tag != kLiveTag) {
-        std::fprintf(stderr, "%s: %p is not a live task-memory block\n", what, pv);
-        std::abort();
-    }
-    return h;
+[[noreturn]] void notLive(void* pv, const char* what) {
+    std::fprintf(stderr, "%s: %p is not a live task-memory block\n", what, pv);
+    std::abort();
+}
+
+// The header of a live block, which the caller takes out of the ledger (free, realloc) or not.
+Header* checkedHeader(void* pv, const char* what, bool remove) {
+    const bool live = remove ? substrate::blockRemove(pv, LEDGER_TASKMEM) : substrate::blockIsLive(pv, LEDGER_TASKMEM);
+    if (!live) notLive(pv, what);
+    return headerOf(pv);
 }
 
 }  // namespace
@@ -36,18 +36,14 @@ LPVOID CoTaskMemAlloc(SIZE_T cb) {
     if (cb > SIZE_MAX - sizeof(Header)) return nullptr;
     auto* h = static_cast<Header*>(std::malloc(sizeof(Header) + cb));
     if (h == nullptr) return nullptr;
-    h->tag = kLiveTag;
     h->size = cb;
-    substrate::ledgerAdd(LEDGER_TASKMEM);
+    substrate::blockAdd(h + 1, LEDGER_TASKMEM);
     return h + 1;
 }
 
 void CoTaskMemFree(LPVOID pv) {
     if (pv == nullptr) return;
-    Header* h = checkedHeader(pv, "CoTaskMemFree");
-    h->tag = kDeadTag;
-    std::free(h);
-    substrate::ledgerRemove(LEDGER_TASKMEM);
+    std::free(checkedHeader(pv, "CoTaskMemFree", true));
 }
 
 LPVOID CoTaskMemRealloc(LPVOID pv, SIZE_T cb) {
@@ -56,11 +52,17 @@ LPVOID CoTaskMemRealloc(LPVOID pv, SIZE_T cb) {
         CoTaskMemFree(pv);
         return nullptr;
     }
-    checkedHeader(pv, "CoTaskMemRealloc");
+    checkedHeader(pv, "CoTaskMemRealloc", false);
     if (cb > SIZE_MAX - sizeof(Header)) return nullptr;
+    // Out of the ledger before realloc gives the address up; back in if the old block stays.
+    substrate::blockRemove(pv, LEDGER_TASKMEM);
     auto* h = static_cast<Header*>(std::realloc(headerOf(pv), sizeof(Header) + cb));
-    if (h == nullptr) return nullptr;  // the old block stays valid
+    if (h == nullptr) {
+        substrate::blockAdd(pv, LEDGER_TASKMEM);
+        return nullptr;
+    }
     h->size = cb;
+    substrate::blockAdd(h + 1, LEDGER_TASKMEM);
     return h + 1;
 }
 
@@ -84,10 +86,10 @@ public:
     void* STDMETHODCALLTYPE Realloc(void* pv, SIZE_T cb) override { return CoTaskMemRealloc(pv, cb); }
     void STDMETHODCALLTYPE Free(void* pv) override { CoTaskMemFree(pv); }
     SIZE_T STDMETHODCALLTYPE GetSize(void* pv) override {
-        return pv == nullptr ? static_cast<SIZE_T>(-1) : checkedHeader(pv, "IMalloc::GetSize")->size;
+        return pv == nullptr ? static_cast<SIZE_T>(-1) : checkedHeader(pv, "IMalloc::GetSize", false)->size;
     }
     int STDMETHODCALLTYPE DidAlloc(void* pv) override {
-        return pv == nullptr ? -1 : headerOf(pv)->tag == kLiveTag ? 1 : 0;
+        return pv == nullptr ? -1 : substrate::blockIsLive(pv, LEDGER_TASKMEM) ? 1 : 0;
     }
     void STDMETHODCALLTYPE HeapMinimize() override {}
 };

@@ -2,16 +2,19 @@
 // shutdown requests, final releases). A thread that is not attached to the virtual machine is
 // attached for the duration of the callback and detached at its end; a thread that already is
 // attached (a Java thread inside an in-process server call) keeps its attachment, its pending
-// exception, and its local references.
+// exception, and its local references. While the callback runs, the thread's log lines go to the
+// class given at construction (see CallbackLogScope).
 #pragma once
 
 #include <jni.h>
+
+#include "OpcEnv.h"
 
 namespace opc::env {
 
 class CallbackThread {
 public:
-    explicit CallbackThread(JavaVM* vm) noexcept : vm_(vm) {
+    CallbackThread(JavaVM* vm, jclass logClass) noexcept : vm_(vm), log_(logClass) {
         if (vm_ == nullptr) return;
         void* existing = nullptr;
         if (vm_->GetEnv(&existing, JNI_VERSION_1_6) == JNI_OK) {
@@ -56,6 +59,7 @@ private:
     jthrowable saved_ = nullptr;
     bool attached_ = false;
     bool framed_ = false;
+    CallbackLogScope log_;
 };
 
 }  // namespace opc::env

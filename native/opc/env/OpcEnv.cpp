@@ -25,21 +25,28 @@ void consoleLine(const char* prefix, const OLECHAR* text) {
     console::endLine();
 }
 
+constexpr const char* kLogClass = "com/velmora/opc/OpcEnv";
+
+// The callback scope of this thread, if any (see env::CallbackLogScope).
+thread_local bool callbackActive = false;
+thread_local jclass callbackLogClass = nullptr;
+
 // The four sinks differ only in the Java method and the console prefix.
 void logTo(JNIEnv* env, const char* method, const char* prefix, const OLECHAR* text) {
     env::PendingExceptionGuard keep(env);
-    env::LocalRef<jclass> cls(env, env->FindClass("com/velmora/opc/OpcEnv"));
-    const jmethodID mid = cls ? env->GetStaticMethodID(cls.get(), method, "(Ljava/lang/String;)V") : nullptr;
+    const bool callback = callbackActive;
+    env::LocalRef<jclass> found(env, callbackLogClass == nullptr ? env->FindClass(kLogClass) : nullptr);
+    const jclass cls = callbackLogClass != nullptr ? callbackLogClass : found.get();
+    const jmethodID mid = cls != nullptr ? env->GetStaticMethodID(cls, method, "(Ljava/lang/String;)V") : nullptr;
     if (mid == nullptr) {
+        if (callback) env->ExceptionClear();  // the look-up error would have no Java caller to reach
         consoleLine(prefix, text);
         return;
     }
     env::LocalRef<jstring> message(env, newJavaString(env, text));
-    if (message) {
-        env->CallStaticVoidMethod(cls.get(), mid, message.get());
-        // The log method's own exception stays pending; checking it lets the caller go on with JNI.
-        env->ExceptionCheck();
-    }
+    if (message) env->CallStaticVoidMethod(cls, mid, message.get());
+    // The log method's own exception stays pending for a Java caller; a callback prints and clears it.
+    if (env->ExceptionCheck() && callback) env->ExceptionDescribe();
 }
 
 }  // namespace
@@ -77,6 +84,15 @@ void throwJavaException(JNIEnv* env, const char* className, const char* message)
     env::LocalRef<jclass> cls(env, env->FindClass(className));
     if (!cls) return;  // the virtual machine's NoClassDefFoundError is pending
     env->ThrowNew(cls.get(), message);
+}
+
+jclass newLogClassRef(JNIEnv* env) {
+    env::LocalRef<jclass> cls(env, env->FindClass(kLogClass));
+    if (!cls) {
+        env->ExceptionClear();
+        return nullptr;
+    }
+    return static_cast<jclass>(env->NewGlobalRef(cls.get()));
 }
 
 void logError(JNIEnv* env, const OLECHAR* text) { logTo(env, "logError", "[OPC error] ", text); }
@@ -198,3 +214,18 @@ bool setNumericValue(JNIEnv* env, VARIANT& value, VARTYPE type, double number) {
 }
 
 }  // namespace opc::OpcEnv
+
+namespace opc::env {
+
+CallbackLogScope::CallbackLogScope(jclass logClass) noexcept
+    : previousClass_(OpcEnv::callbackLogClass), previousActive_(OpcEnv::callbackActive) {
+    OpcEnv::callbackLogClass = logClass;
+    OpcEnv::callbackActive = true;
+}
+
+CallbackLogScope::~CallbackLogScope() {
+    OpcEnv::callbackLogClass = previousClass_;
+    OpcEnv::callbackActive = previousActive_;
+}
+
+}  // namespace opc::env

@@ -51,6 +51,10 @@ void logWarning(JNIEnv* env, const OLECHAR* text);
 void logTrace(JNIEnv* env, const OLECHAR* text);
 void logMessage(JNIEnv* env, const OLECHAR* text);
 
+// The log sinks' class as a new global reference, looked up through the class loader of the calling
+// native (so on a Java thread); null when it cannot be found, with the look-up error cleared.
+jclass newLogClassRef(JNIEnv* env);
+
 // Identifiers, strings, handles and time --------------------------------------------------------
 
 WideString newWideString(JNIEnv* env, jstring string);
@@ -86,6 +90,23 @@ bool setNumericValue(JNIEnv* env, VARIANT& value, VARTYPE type, double number);
 }  // namespace OpcEnv
 
 namespace env {
+
+// While one lives on a thread, the log sinks of that thread use the given class (a global reference
+// from newLogClassRef, or null to look it up) and leave no exception of their own pending: a COM
+// thread that calls back into the library has no Java caller to surface one, nor a class loader
+// that knows the library's classes.
+class CallbackLogScope {
+public:
+    explicit CallbackLogScope(jclass logClass) noexcept;
+    ~CallbackLogScope();
+    CallbackLogScope(const CallbackLogScope&) = delete;
+    CallbackLogScope& operator=(const CallbackLogScope&) = delete;
+
+private:
+    jclass previousClass_;
+    bool previousActive_;
+};
+
 inline constexpr const char* kUnexpectedNative = "com/velmora/opc/jni/UnexpectedNativeException";
 inline constexpr const char* kOpcException = "com/velmora/opc/OpcException";
 inline constexpr const char* kHresultException = "com/velmora/opc/jni/HresultException";

@@ -19,6 +19,7 @@ CallbackImpl::CallbackImpl(JNIEnv* env, jobject callback) {
                          OLESTR("OpcAsyncIO2::CallbackImpl constructor, call back object's global object creation failed"));
         return;
     }
+    logClass_ = OpcEnv::newLogClassRef(env);
     env::LocalRef<jclass> cls(env, env->GetObjectClass(callback));
     if (!cls) {
         OpcEnv::logError(env,
@@ -43,13 +44,14 @@ CallbackImpl::CallbackImpl(JNIEnv* env, jobject callback) {
 
 CallbackImpl::~CallbackImpl() {
     try {
-        env::CallbackThread thread(vm_);
+        env::CallbackThread thread(vm_, logClass_);
         JNIEnv* env = thread.env();
         if (env != nullptr && callback_ != nullptr) {
             if (asyncCallbackDeleted_ != nullptr) env->CallVoidMethod(callback_, asyncCallbackDeleted_);
             thread.settle();
             env->DeleteGlobalRef(callback_);
         }
+        if (env != nullptr && logClass_ != nullptr) env->DeleteGlobalRef(logClass_);
     } catch (...) {
     }
 }
@@ -57,7 +59,7 @@ CallbackImpl::~CallbackImpl() {
 HRESULT STDMETHODCALLTYPE CallbackImpl::OnDataChange(DWORD, OPCHANDLE, HRESULT, HRESULT, DWORD count,
                                                      OPCHANDLE* clientHandles, VARIANT* values, WORD* qualities,
                                                      FILETIME* timestamps, HRESULT* errors) {
-    env::CallbackThread thread(vm_);
+    env::CallbackThread thread(vm_, logClass_);
     JNIEnv* env = thread.env();
     if (env == nullptr || callback_ == nullptr) return S_OK;
     try {
@@ -88,7 +90,7 @@ HRESULT STDMETHODCALLTYPE CallbackImpl::OnReadComplete(DWORD transactionId, OPCH
                                                        VARIANT* values, WORD* qualities, FILETIME* timestamps,
                                                        HRESULT* errors) {
     if (count == 0) return S_OK;
-    env::CallbackThread thread(vm_);
+    env::CallbackThread thread(vm_, logClass_);
     JNIEnv* env = thread.env();
     if (env == nullptr) return S_OK;
     try {
@@ -140,7 +142,7 @@ HRESULT STDMETHODCALLTYPE CallbackImpl::OnReadComplete(DWORD transactionId, OPCH
 HRESULT STDMETHODCALLTYPE CallbackImpl::OnWriteComplete(DWORD transactionId, OPCHANDLE group, HRESULT masterError,
                                                         DWORD count, OPCHANDLE* clientHandles, HRESULT* errors) {
     if (count == 0) return S_OK;
-    env::CallbackThread thread(vm_);
+    env::CallbackThread thread(vm_, logClass_);
     JNIEnv* env = thread.env();
     if (env == nullptr) return S_OK;
     try {

@@ -37,6 +37,7 @@ private:
     UpdateMethods update_;
     jmethodID onWriteCompleted_ = nullptr;
     jmethodID onReadCompleted_ = nullptr;
+    jclass logClass_ = nullptr;  // global reference: the log sinks' class, as the advising thread found it
 };
 
 }  // namespace opc::io

@@ -1,6 +1,8 @@
 // Natives of com.velmora.opc.jni.client.da.OpcAsyncIo2: subscriptions, refresh, asynchronous reads, cancels.
 #include "com_velmora_opc_jni_client_da_OpcAsyncIo2.h"
 
+#include <new>
+
 #include "ArrayWrite.h"
 #include "CallbackImpl.h"
 #include "ComPtr.h"
@@ -50,7 +52,12 @@ jlong advise(JNIEnv* env, jlong asyncIo, jobject callback) {
         ComPtr<IConnectionPoint> point;
         if (!findDataCallbackPoint(env, asyncIo, OLESTR("IUknown::QueryInterface#IConnectionPointContainer"), point))
             return 0;
-        ComPtr<IOPCDataCallback> sink = ComPtr<IOPCDataCallback>::borrow(new io::CallbackImpl(env, callback));
+        io::CallbackImpl* impl = new (std::nothrow) io::CallbackImpl(env, callback);
+        if (impl == nullptr) {
+            OpcEnv::logTrace(env, OLESTR("OpcAsyncIo2::Advise method failed, callbackimpl object is null"));
+            return 0;
+        }
+        ComPtr<IOPCDataCallback> sink = ComPtr<IOPCDataCallback>::borrow(impl);
         DWORD cookie = 0;
         if (!OpcEnv::check(env, point->Advise(sink.get(), &cookie), OLESTR("OpcAsyncIo2:: IConnectionPoint::Advise"))) {
             OpcEnv::logError(env, OLESTR("OpcAsyncIo2:: IConnectionPoint::Advise failed"));

@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <cstdio>
+#include <type_traits>
 
 #include "JniRefs.h"
 #include "Owned.h"
@@ -51,15 +52,80 @@ const ArrayKind* arrayKind(VARTYPE type) noexcept {
     return nullptr;
 }
 
-template <typename E, typename Format>
-void joinElements(SAFEARRAY* array, LONG upper, std::string& text, Format&& format) {
+// Appends the printf text of the arguments whole, however long it is (a double of magnitude 1e308
+// has 309 digits before the point): the stack buffer serves the common case, the text the rest.
+template <typename... Args>
+void appendFormatted(std::string& text, const char* format, Args... args) {
     char buffer[64];
-    for (LONG i = 0; i <= upper; ++i) {
-        E element{};
-        SafeArrayGetElement(array, &i, &element);
-        text.append(buffer, static_cast<size_t>(format(buffer, sizeof buffer, element)));
-        if (i != upper) text.push_back(',');
+    const int n = std::snprintf(buffer, sizeof buffer, format, args...);
+    if (n < 0) return;
+    const auto length = static_cast<size_t>(n);
+    if (length < sizeof buffer) {
+        text.append(buffer, length);
+        return;
     }
+    const size_t at = text.size();
+    text.resize(at + length + 1);
+    std::snprintf(&text[at], length + 1, format, args...);
+    text.resize(at + length);
+}
+
+// The elements of a one-dimensional array, read in place between SafeArrayAccessData and
+// SafeArrayUnaccessData.
+class ArrayData {
+public:
+    explicit ArrayData(SAFEARRAY* array) noexcept : array_(array) {
+        if (FAILED(SafeArrayAccessData(array_, &data_))) data_ = nullptr;
+    }
+    ~ArrayData() {
+        if (data_ != nullptr) SafeArrayUnaccessData(array_);
+    }
+    ArrayData(const ArrayData&) = delete;
+    ArrayData& operator=(const ArrayData&) = delete;
+    template <typename E>
+    const E* elements() const noexcept { return static_cast<const E*>(data_); }
+
+private:
+    SAFEARRAY* array_;
+    void* data_ = nullptr;
+};
+
+constexpr USHORT kElementKindFlags = FADF_RECORD | FADF_HAVEIID | FADF_BSTR | FADF_UNKNOWN | FADF_DISPATCH | FADF_VARIANT;
+
+// The number of elements when the array is what a VARIANT of the type declares: one dimension,
+// elements of the element type's size, BSTRs exactly when the type says so, and the array's own
+// element type (when it records one) the declared one. -1 otherwise.
+long long elementCount(SAFEARRAY* array, VARTYPE element, size_t elementSize) {
+    if (SafeArrayGetDim(array) != 1 || SafeArrayGetElemsize(array) != elementSize) return -1;
+    const USHORT expected = element == VT_BSTR ? FADF_BSTR : 0;
+    if ((array->fFeatures & kElementKindFlags) != expected) return -1;
+    VARTYPE recorded = VT_EMPTY;
+    if ((array->fFeatures & FADF_HAVEVARTYPE) != 0 && (FAILED(SafeArrayGetVartype(array, &recorded)) || recorded != element))
+        return -1;
+    LONG lower = 0;
+    LONG upper = 0;
+    if (FAILED(SafeArrayGetLBound(array, 1, &lower)) || FAILED(SafeArrayGetUBound(array, 1, &upper))) return -1;
+    const long long count = static_cast<long long>(upper) - lower + 1;
+    if (count < 0 || static_cast<unsigned long long>(count) != array->rgsabound[0].cElements) return -1;
+    return count;
+}
+
+template <typename E, typename Append>
+bool joinElements(SAFEARRAY* array, VARTYPE element, std::string& text, Append&& append) {
+    const long long count = elementCount(array, element, sizeof(E));
+    if (count < 0) return false;
+    if (count == 0) return true;
+    const ArrayData data(array);
+    const E* items = data.elements<E>();
+    if (items == nullptr) return false;
+    for (long long i = 0; i < count; ++i) {
+        if constexpr (std::is_same_v<E, BSTR>) {
+            if (items[i] == nullptr) continue;  // neither text nor the separator after it
+        }
+        append(items[i]);
+        if (i != count - 1) text.push_back(',');
+    }
+    return true;
 }
 
 }  // namespace
@@ -69,60 +135,58 @@ ArrayText arrayText(const VARIANT& value, std::string& text) {
     if (arrayKind(value.vt) == nullptr) return ArrayText::NotArray;
     SAFEARRAY* array = value.parray;
     if (array == nullptr) return ArrayText::NullArray;
-    LONG upper = -1;
-    SafeArrayGetUBound(array, 1, &upper);
-    switch (value.vt & VT_TYPEMASK) {
+    const VARTYPE element = static_cast<VARTYPE>(value.vt & VT_TYPEMASK);
+    bool wellFormed = false;
+    switch (element) {
         case VT_BSTR:
-            for (LONG i = 0; i <= upper; ++i) {
-                support::Bstr element;
-                SafeArrayGetElement(array, &i, element.put());
-                if (element.get() == nullptr) continue;  // neither text nor the separator after it
-                text += OpcEnv::toNarrowString(WideText(element.get(), SysStringLen(element.get())));
-                if (i != upper) text.push_back(',');
-            }
+            wellFormed = joinElements<BSTR>(array, element, text, [&text](BSTR e) {
+                text += OpcEnv::toNarrowString(WideText(e, SysStringLen(e)));
+            });
             break;
         case VT_R4:
-            joinElements<FLOAT>(array, upper, text, [](char* b, size_t n, FLOAT e) {
-                return std::snprintf(b, n, "%.1f", static_cast<double>(e));
+            wellFormed = joinElements<FLOAT>(array, element, text, [&text](FLOAT e) {
+                appendFormatted(text, "%.1f", static_cast<double>(e));
             });
             break;
         case VT_R8:
-            joinElements<DOUBLE>(array, upper, text, [](char* b, size_t n, DOUBLE e) {
-                return std::snprintf(b, n, "%.1lf", e);
+            wellFormed = joinElements<DOUBLE>(array, element, text, [&text](DOUBLE e) {
+                appendFormatted(text, "%.1lf", e);
             });
             break;
         case VT_I2:
-            joinElements<SHORT>(array, upper, text, [](char* b, size_t n, SHORT e) {
-                return std::snprintf(b, n, "%.1d", static_cast<int>(e));
+            wellFormed = joinElements<SHORT>(array, element, text, [&text](SHORT e) {
+                appendFormatted(text, "%.1d", static_cast<int>(e));
             });
             break;
         case VT_I4:
-            joinElements<LONG>(array, upper, text, [](char* b, size_t n, LONG e) {
-                return std::snprintf(b, n, "%.1ld", static_cast<long>(e));
+            wellFormed = joinElements<LONG>(array, element, text, [&text](LONG e) {
+                appendFormatted(text, "%.1ld", static_cast<long>(e));
             });
             break;
         case VT_BOOL:
-            joinElements<VARIANT_BOOL>(array, upper, text, [](char* b, size_t n, VARIANT_BOOL e) {
-                return std::snprintf(b, n, "%s", e != 0 ? "true" : "false");
+            wellFormed = joinElements<VARIANT_BOOL>(array, element, text, [&text](VARIANT_BOOL e) {
+                text += e != 0 ? "true" : "false";
             });
             break;
         case VT_UI1:
-            joinElements<BYTE>(array, upper, text, [](char* b, size_t n, BYTE e) {
-                return std::snprintf(b, n, "%u", static_cast<unsigned>(e));
+            wellFormed = joinElements<BYTE>(array, element, text, [&text](BYTE e) {
+                appendFormatted(text, "%u", static_cast<unsigned>(e));
             });
             break;
         case VT_UI2:
-            joinElements<USHORT>(array, upper, text, [](char* b, size_t n, USHORT e) {
-                return std::snprintf(b, n, "%hu", static_cast<unsigned short>(e));
+            wellFormed = joinElements<USHORT>(array, element, text, [&text](USHORT e) {
+                appendFormatted(text, "%hu", static_cast<unsigned short>(e));
             });
             break;
         case VT_UI4:
-            joinElements<ULONG>(array, upper, text, [](char* b, size_t n, ULONG e) {
-                return std::snprintf(b, n, "%lu", static_cast<unsigned long>(e));
+            wellFormed = joinElements<ULONG>(array, element, text, [&text](ULONG e) {
+                appendFormatted(text, "%lu", static_cast<unsigned long>(e));
             });
             break;
     }
-    return ArrayText::Rendered;
+    if (wellFormed) return ArrayText::Rendered;
+    text.clear();
+    return ArrayText::Malformed;
 }
 
 std::string streamText(double value) {
@@ -172,6 +236,11 @@ bool renderArray(JNIEnv* env, const VARIANT& value, DeliveryPath path, std::stri
                 logTrace(env, kind->callbackNullText);
             return true;
         }
+        case ArrayText::Malformed:
+            logError(env, path == DeliveryPath::SyncRead
+                              ? OLESTR("OpcSyncIO::read -> SafeArray does not match its VARTYPE")
+                              : OLESTR("OpcAsyncIo2::OnDataChange SafeArray does not match its VARTYPE"));
+            return false;
         case ArrayText::Rendered:
             return true;
     }

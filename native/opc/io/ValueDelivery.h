@@ -27,9 +27,12 @@ enum class DeliveryPath { SyncRead, DataCallback };
 // The value kinds of the batch form.
 enum ValueKind : jint { kKindNumeric = 1, kKindBoolean = 2, kKindString = 3, kKindOther = 4 };
 
-enum class ArrayText { NotArray, NullArray, Rendered };
+// Malformed: the SAFEARRAY is not what the VARTYPE declares (more than one dimension, elements of
+// another size or kind, bounds that disagree with the element count); nothing is rendered from it.
+enum class ArrayText { NotArray, NullArray, Rendered, Malformed };
 
-// Pure part of the array rendering: the comma-joined text of one of the nine renderable array types.
+// Pure part of the array rendering: the comma-joined text of one of the nine renderable array types,
+// every element of dimension 1 from its lower to its upper bound.
 ArrayText arrayText(const VARIANT& value, std::string& text);
 // A double as a default-formatted stream writes it (6 significant digits).
 std::string streamText(double value);
@@ -39,7 +42,8 @@ std::string latin1ToModifiedUtf8(const std::string& bytes);
 namespace OpcEnv {
 
 // The array text of a VARIANT; false when its type is not one of the nine array types. A null
-// SAFEARRAY is logged with the path's text and rendered as the empty text.
+// SAFEARRAY is logged with the path's text and rendered as the empty text; a malformed one is
+// logged as an error and answered false, so that the item is delivered as one without a value.
 bool renderArray(JNIEnv* env, const VARIANT& value, DeliveryPath path, std::string& text);
 
 void deliverValue(JNIEnv* env, jobject receiver, const UpdateMethods& methods, jint handle, const VARIANT& value,

@@ -1,6 +1,8 @@
 // Natives of com.velmora.opc.jni.client.common.OpcShutdown: the server's shutdown notice.
 #include "com_velmora_opc_jni_client_common_OpcShutdown.h"
 
+#include <new>
+
 #include "ComPtr.h"
 #include "Frame.h"
 #include "OpcEnv.h"
@@ -38,7 +40,8 @@ jlong advise(JNIEnv* env, jlong server, jobject listener) {
         ComPtr<IConnectionPoint> point;
         if (!findShutdownPoint(env, server, OLESTR("IUnknown::QueryInterface#IConnectionPointContainer"), point))
             return 0;
-        auto* impl = new server::ShutdownImpl(env, listener);
+        auto* impl = new (std::nothrow) server::ShutdownImpl(env, listener);
+        if (impl == nullptr) return 0;
         ComPtr<IOPCShutdown> sink = ComPtr<IOPCShutdown>::borrow(impl);
         DWORD cookie = 0;
         if (!OpcEnv::check(env, point->Advise(sink.get(), &cookie), OLESTR("IConnectionPoint::Advise"))) return 0;

@@ -13,6 +13,7 @@ ShutdownImpl::ShutdownImpl(JNIEnv* env, jobject listener) {
     }
     env->GetJavaVM(&vm_);
     listener_ = env->NewGlobalRef(listener);
+    logClass_ = OpcEnv::newLogClassRef(env);
     env::LocalRef<jclass> cls(env, env->GetObjectClass(listener));
     if (!cls) return;
     // A missing method leaves its id null; calls through a null id are never made.
@@ -24,7 +25,7 @@ ShutdownImpl::ShutdownImpl(JNIEnv* env, jobject listener) {
 
 ShutdownImpl::~ShutdownImpl() {
     try {
-        env::CallbackThread thread(vm_);
+        env::CallbackThread thread(vm_, logClass_);
         JNIEnv* env = thread.env();
         if (env == nullptr) return;
         if (advised_.load(std::memory_order_acquire) && listener_ != nullptr && shutdownDeleted_ != nullptr) {
@@ -32,6 +33,7 @@ ShutdownImpl::~ShutdownImpl() {
             thread.settle();
         }
         if (listener_ != nullptr) env->DeleteGlobalRef(listener_);
+        if (logClass_ != nullptr) env->DeleteGlobalRef(logClass_);
     } catch (...) {
     }
 }
@@ -39,7 +41,7 @@ ShutdownImpl::~ShutdownImpl() {
 HRESULT STDMETHODCALLTYPE ShutdownImpl::ShutdownRequest(LPCWSTR reason) {
     advised_.store(false, std::memory_order_release);
     try {
-        env::CallbackThread thread(vm_);
+        env::CallbackThread thread(vm_, logClass_);
         if (reason == nullptr) return S_OK;
         console::writeWide(OLESTR("OPC Server shutdown reason: "));
         console::writeWide(reason);

@@ -30,6 +30,7 @@ private:
     jmethodID shutdownDeleted_ = nullptr;
     JavaVM* vm_ = nullptr;
     jmethodID shutdownRequest_ = nullptr;
+    jclass logClass_ = nullptr;  // global reference: the log sinks' class, as the advising thread found it
 };
 
 }  // namespace opc::server

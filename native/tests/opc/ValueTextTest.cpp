@@ -1,7 +1,9 @@
 // Array text and the batch form's number text.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <initializer_list>
+#include <limits>
 #include <type_traits>
 
 #include "ValueDelivery.h"
@@ -85,6 +87,65 @@ TEST(ArrayText, NotRenderableAndNullArrays) {
     v.vt = static_cast<VARTYPE>(VT_ARRAY | VT_I4);
     v.parray = nullptr;
     EXPECT_EQ(arrayText(v, out), ArrayText::NullArray);
+}
+
+TEST(ArrayText, EveryMagnitudeRendersWhole) {
+    const auto printed = [](const char* format, double value) {
+        char buffer[512];
+        std::snprintf(buffer, sizeof buffer, format, value);
+        return std::string(buffer);
+    };
+    const double big = std::numeric_limits<double>::max();
+    const std::string r8 = ArrayVariant<DOUBLE>(VT_R8, {1e300, 2.0, -big, 1e61}).text();
+    EXPECT_EQ(r8, printed("%.1lf", 1e300) + ",2.0," + printed("%.1lf", -big) + "," + printed("%.1lf", 1e61));
+    EXPECT_EQ(r8.size(), 303u + 5 + 312 + 1 + 63);  // 1e61 is stored as 9.99...e60
+    const float bigFloat = std::numeric_limits<float>::max();
+    EXPECT_EQ((ArrayVariant<FLOAT>(VT_R4, {bigFloat, -bigFloat}).text()),
+              printed("%.1f", bigFloat) + "," + printed("%.1f", -bigFloat));
+}
+
+// Arrays that are not what their VARTYPE declares render nothing; bounds other than 0 are honoured.
+TEST(ArrayText, ShapesComeFromTheArrayItself) {
+    const auto render = [](VARTYPE declared, SAFEARRAY* array, std::string& out) {
+        VARIANT v;
+        VariantInit(&v);
+        v.vt = declared;
+        v.parray = array;
+        const ArrayText result = arrayText(v, out);
+        VariantClear(&v);
+        return result;
+    };
+    std::string out;
+    SAFEARRAYBOUND shifted{3, -2};
+    SAFEARRAY* array = SafeArrayCreate(VT_I4, 1, &shifted);
+    for (LONG i = -2; i <= 0; ++i) {
+        LONG value = 10 * i;
+        SafeArrayPutElement(array, &i, &value);
+    }
+    EXPECT_EQ(render(VT_ARRAY | VT_I4, array, out), ArrayText::Rendered);
+    EXPECT_EQ(out, "-20,-10,0");
+
+    SAFEARRAYBOUND distant{1, 2000000000};
+    array = SafeArrayCreate(VT_UI2, 1, &distant);
+    LONG last = 2000000000;
+    USHORT seven = 7;
+    SafeArrayPutElement(array, &last, &seven);
+    EXPECT_EQ(render(VT_ARRAY | VT_UI2, array, out), ArrayText::Rendered);
+    EXPECT_EQ(out, "7");
+
+    SAFEARRAYBOUND square[] = {{2, 0}, {2, 0}};
+    EXPECT_EQ(render(VT_ARRAY | VT_I4, SafeArrayCreate(VT_I4, 2, square), out), ArrayText::Malformed);
+    EXPECT_EQ(render(VT_ARRAY | VT_UI1, SafeArrayCreateVector(VT_R8, 0, 2), out), ArrayText::Malformed);
+    EXPECT_EQ(render(VT_ARRAY | VT_I4, SafeArrayCreateVector(VT_R4, 0, 2), out), ArrayText::Malformed);
+    EXPECT_EQ(render(VT_ARRAY | VT_BSTR, SafeArrayCreateVector(VT_I8, 0, 2), out), ArrayText::Malformed);
+    EXPECT_EQ(render(VT_ARRAY | VT_UI4, SafeArrayCreateVector(VT_BSTR, 0, 2), out),
+              ArrayText::Malformed);
+    EXPECT_EQ(out, "");
+
+    // Bounds whose upper end wraps past the largest index cannot be walked.
+    array = SafeArrayCreateVector(VT_UI1, 0, 2);
+    array->rgsabound[0].lLbound = 0x7FFFFFFF;
+    EXPECT_EQ(render(VT_ARRAY | VT_UI1, array, out), ArrayText::Malformed);
 }
 
 TEST(StreamText, SixSignificantDigits) {

@@ -6,6 +6,10 @@ import com.velmora.opc.OpcEnv;
 import com.velmora.opc.jni.ComObjectClient;
 import com.velmora.opc.jni.client.common.OpcShutdown;
 import com.velmora.opc.jni.client.da.*;
+import java.io.File;
+import java.net.URL;
+import java.net.URLClassLoader;
+import java.nio.file.Path;
 import java.util.*;
 import java.util.function.LongSupplier;
 
@@ -18,13 +22,14 @@ import java.util.function.LongSupplier;
 public final class ChildMain {
     private ChildMain() {}
 
-    public static void main(String[] args) throws InterruptedException {
+    public static void main(String[] args) throws Exception {
         switch (args[0]) {
             case "query-missing-interface" -> queryMissingInterface();
             case "log-trace" -> report(() -> OpcDaServer.createLocalServer(null)); // an argument complaint, traced
             case "startup" -> startup();
             case "shutdown" -> shutdown();
             case "bulk" -> bulk(Integer.parseInt(args[1]));
+            case "foreign-loader" -> foreignLoader();
             default -> throw new IllegalArgumentException(args[0]);
         }
         System.out.flush();
@@ -130,5 +135,51 @@ public final class ChildMain {
         OpcDaServer.removeGroup(server, (int) group[1], true);
         ComObjectClient.release(server);
         System.out.println("live objects " + SimControl.liveObjects(null));
+    }
+
+    // The library's classes loaded by a class loader of the application's own (as an application
+    // server or a plug-in host loads them), beside the system one: the log lines that the server's
+    // threads write must still reach the application's logger.
+    private static void foreignLoader() throws Exception {
+        List<URL> urls = new ArrayList<>();
+        for (String entry : System.getProperty("java.class.path").split(File.pathSeparator)) {
+            urls.add(Path.of(entry).toUri().toURL());
+        }
+        try (URLClassLoader loader = new URLClassLoader(urls.toArray(URL[]::new), ClassLoader.getPlatformClassLoader())) {
+            Class<?> copy = loader.loadClass(ChildMain.class.getName());
+            System.out.println("own loader " + (copy.getClassLoader() == loader));
+            copy.getMethod("callbackLogLines").invoke(null);
+        }
+    }
+
+    /** Null array values logged by a data change and a read completion, on the server's threads. */
+    public static void callbackLogLines() throws InterruptedException {
+        OpcEnv.initThread();
+        try (LogCapture log = new LogCapture()) {
+            long server = OpcDaServer.createLocalServer(SimControl.PROG_ID);
+            long[] group = OpcDaServer.addGroup(server, "loader", true, 60_000, 1, 0, 0f, 0);
+            long itemMgt = ComObjectClient.query(group[0], IID_IOPCITEMMGT);
+            long asyncIo = ComObjectClient.query(group[0], IID_IOPCASYNCIO2);
+            Recorder added = new Recorder();
+            OpcItemMgt.addItems(itemMgt, new String[] {"Simulation.Array.BSTR"}, new int[] {7}, new boolean[] {true},
+                    new int[1], added);
+            int[] handles = {(int) added.records().get(0).args()[1]};
+            SimControl.setNullResults("values", true);
+            Recorder.Callback callback = new Recorder.Callback();
+            long cookie = OpcAsyncIo2.advise(asyncIo, callback);
+            callback.await("string 7 ");
+            OpcAsyncIo2.readAsync(asyncIo, 1, 9, handles, new Recorder());
+            callback.await("read 9 ");
+            OpcAsyncIo2.unadvise(asyncIo, cookie);
+            callback.await("deleted");
+            List<String> lines = log.lines().stream().map(l -> l.level() + " " + l.text()).toList();
+            System.out.println("logged " + lines.size() + " " + new TreeSet<>(lines));
+            SimControl.reset();
+            OpcItemMgt.removeItems(itemMgt, handles);
+            for (long handle : new long[] {asyncIo, itemMgt, group[0]}) ComObjectClient.release(handle);
+            OpcDaServer.removeGroup(server, (int) group[1], true);
+            ComObjectClient.release(server);
+        }
+        System.out.flush();
     }
 }

@@ -9,6 +9,7 @@ import com.velmora.opc.OpcEnv;
 import com.velmora.opc.jni.ComObjectClient;
 import com.velmora.opc.testsupport.*;
 import com.velmora.opc.testsupport.LogCapture.Line;
+import java.math.BigDecimal;
 import java.util.Arrays;
 import java.util.List;
 import org.junit.jupiter.api.Test;
@@ -185,6 +186,14 @@ class OpcSyncIoTest {
             assertEquals(0, returns.records().get(0).args()[4]);
             assertEquals(List.of("numeric 12.5", "boolean false", "string [h\u00e9llo \u20ac]", "numeric -79.0",
                     "string [0.5,100.0]"), readBack(io, h[0], h[1], h[3], h[5], h[7]));
+            // Elements of any magnitude come back whole: every digit of the exact value, one decimal.
+            assertEquals(0, OpcSyncIo.writeArray(io, 1, new int[] {h[7]}, new int[] {VT_ARRAY | VT_R8},
+                    new String[] {"1e300,-1.7976931348623157e308,2"}, new Recorder()));
+            String[] texts = readBack(io, h[7]).get(0).replaceAll("^string \\[|\\]$", "").split(",");
+            assertEquals(3, texts.length);
+            assertEquals(new BigDecimal(1e300).setScale(1), new BigDecimal(texts[0]));
+            assertEquals(new BigDecimal(-Double.MAX_VALUE).setScale(1), new BigDecimal(texts[1]));
+            assertEquals("2.0", texts[2]);
 
             // All accepted: no error array. Only the first count items are written.
             assertEquals(0, OpcSyncIo.writeArray(io, 2, h, types, new String[] {"abc", "true", "9"}, returns));
