@@ -72,10 +72,13 @@ grep -E 'warning:' "$build/build.log" | sort -u | head -n 20 || true
 dll="$build/bin/opc.dll"
 if [ -f "$dll" ]; then
     # The compiler runtime (libgcc_s_seh-1, libstdc++-6, libwinpthread-1) is linked statically:
-    # opc.dll imports system DLLs only.
-    imports=$(x86_64-w64-mingw32-objdump -p "$dll" | awk '/DLL Name:/ { print $3 }')
-    runtime=$(grep -iE '^lib.*\.dll$' <<<"$imports" || true)
-    [ -z "$runtime" ] || die "opc.dll imports compiler runtime DLLs: $(echo $runtime)"
+    # opc.dll and the modules the Java suite loads import system DLLs only.
+    for module in "$dll" "$build"/bin/opc_sim.dll "$build"/bin/opc_testsupport.dll "$build"/bin/opc_bench.dll; do
+        [ -f "$module" ] || die "no $module was built"
+        imports=$(x86_64-w64-mingw32-objdump -p "$module" | awk '/DLL Name:/ { print $3 }')
+        runtime=$(grep -iE '^lib.*\.dll$' <<<"$imports" || true)
+        [ -z "$runtime" ] || die "$(basename "$module") imports compiler runtime DLLs: $(echo $runtime)"
+    done
     "$root/tools/check-exports.sh" "$dll"
 else
     say "note: no opc.dll was built"

@@ -1,7 +1,7 @@
 // Steers the simulation server during a benchmark: its items changing at every subscription update,
 // and the server's own time for its last update. The module is opened by path, which yields the very
 // instance that the substrate loaded when the server was created.
-#include <dlfcn.h>
+#include "LoadedModule.h"
 
 #include <string>
 
@@ -50,14 +50,12 @@ JNIEXPORT jstring JNICALL Java_com_velmora_opc_bench_BenchNatives_openSimulation
                                                                                jstring modulePath) {
     const Utf path(env, modulePath);
     if (path.get() == nullptr) return env->NewStringUTF("no module path");
-    void* module = dlopen(path.get(), RTLD_NOW);  // kept open for the life of the process
-    if (module == nullptr) {
-        const char* why = dlerror();
-        return env->NewStringUTF(why != nullptr ? why : "dlopen failed");
-    }
+    std::string why;
+    void* module = opc::support::openModule(path.get(), why);  // kept open for the life of the process
+    if (module == nullptr) return env->NewStringUTF(why.c_str());
     Simulation found;
-    found.setChangeEveryTick = reinterpret_cast<void (*)(const char*, int)>(dlsym(module, "SimSetChangeEveryTick"));
-    found.lastTickMicros = reinterpret_cast<double (*)()>(dlsym(module, "SimLastTickMicros"));
+    found.setChangeEveryTick = opc::support::moduleFunction<void (*)(const char*, int)>(module, "SimSetChangeEveryTick");
+    found.lastTickMicros = opc::support::moduleFunction<double (*)()>(module, "SimLastTickMicros");
     if (found.setChangeEveryTick == nullptr || found.lastTickMicros == nullptr) {
         return env->NewStringUTF((std::string(path.get()) + " lacks SimSetChangeEveryTick or SimLastTickMicros").c_str());
     }
