@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Wine for the Windows stages, sourced by their scripts: finds wine64, sets up a private headless
-# prefix, translates paths and registers COM modules in it.
+# Wine for the Windows stages, sourced by their scripts (cross-build.sh, windows-java-test.sh):
+# finds wine64, sets up a private headless prefix, translates paths and registers COM modules in it.
 #
 #   source tools/wine.sh
 #   wine_prefix DIR            # WINEPREFIX=DIR (headless, 64-bit), created on first use; wineserver
