@@ -87,7 +87,9 @@ status=$?
 tr -d '\r' <"$log" >"$log.txt"
 grep -E '\[ +[0-9]+ tests ' "$log.txt" | sed 's/^/windows-java: /'
 # Tests skipped here (aborted by an assumption), each with its reason.
-grep -E '■ ' "$log.txt" | sed -E 's/^[│├└─ ]*/windows-java: skipped: /; s/ ■ Assumption failed: skipped under Wine [^:]*: / -- /' || true
+awk '/^│  (├|└)─ / { cls = $3 }
+     / ■ / { sub(/^[│├└─ ]*/, ""); sub(/ ■ Assumption failed: skipped under Wine [^:]*: /, " -- ")
+             print "windows-java: skipped: " cls "." $0 }' "$log.txt"
 
 patterns='WARNING in native method|JNI local refs|exceeds capacity|FATAL ERROR in native method'
 found=$(grep -E -h "$patterns" "$log.txt" | sort | uniq -c)
