@@ -31,19 +31,7 @@ javac_path=$(command -v javac) || die "javac not found: a JDK is needed for jni.
 host_jdk=$(dirname "$(dirname "$(readlink -f "$javac_path")")")
 [ -f "$host_jdk/include/jni.h" ] || die "no jni.h under $host_jdk/include"
 
-# Debian keeps wine64 off the PATH.
-find_wine64() {
-    local w
-    for w in "${OPC_WINE64:-}" "$(command -v wine64 || true)" \
-             "$(dpkg -L wine64 2>/dev/null | grep '/wine64$' | head -n 1 || true)" \
-             /usr/lib/wine/wine64 /usr/lib/x86_64-linux-gnu/wine/wine64; do
-        if [ -n "$w" ] && [ -x "$w" ] && [ ! -d "$w" ]; then
-            echo "$w"
-            return 0
-        fi
-    done
-    return 1
-}
+source "$root/tools/wine.sh"
 
 [ "$clean" = 1 ] && rm -rf "$build"
 mkdir -p "$build"
@@ -57,7 +45,7 @@ if [ ! -f "$build/CMakeCache.txt" ] && command -v ninja >/dev/null; then
 fi
 wine64=""
 if [ "$run_tests" = 1 ]; then
-    wine64=$(find_wine64) || die "wine64 not found (run tools/setup.sh)"
+    wine64=$(wine_find64) || die "wine64 not found (run tools/setup.sh)"
     configure+=(-DOPC_WINE64="$wine64")
 fi
 
@@ -72,10 +60,13 @@ grep -E 'warning:' "$build/build.log" | sort -u | head -n 20 || true
 dll="$build/bin/opc.dll"
 if [ -f "$dll" ]; then
     # The compiler runtime (libgcc_s_seh-1, libstdc++-6, libwinpthread-1) is linked statically:
-    # opc.dll imports system DLLs only.
-    imports=$(x86_64-w64-mingw32-objdump -p "$dll" | awk '/DLL Name:/ { print $3 }')
-    runtime=$(grep -iE '^lib.*\.dll$' <<<"$imports" || true)
-    [ -z "$runtime" ] || die "opc.dll imports compiler runtime DLLs: $(echo $runtime)"
+    # opc.dll and the modules the Java suite loads import system DLLs only.
+    for module in "$dll" "$build"/bin/opc_sim.dll "$build"/bin/opc_testsupport.dll "$build"/bin/opc_bench.dll; do
+        [ -f "$module" ] || die "no $module was built"
+        imports=$(x86_64-w64-mingw32-objdump -p "$module" | awk '/DLL Name:/ { print $3 }')
+        runtime=$(grep -iE '^lib.*\.dll$' <<<"$imports" || true)
+        [ -z "$runtime" ] || die "$(basename "$module") imports compiler runtime DLLs: $(echo $runtime)"
+    done
     "$root/tools/check-exports.sh" "$dll"
 else
     say "note: no opc.dll was built"
@@ -84,21 +75,7 @@ fi
 [ "$run_tests" = 1 ] || exit 0
 
 # A private, headless Wine prefix; its first start takes a few seconds.
-export WINEPREFIX="$build/wineprefix"
-export WINEDEBUG=-all
-export WINEARCH=win64
-export WINEDLLOVERRIDES="mscoree=;mshtml="
-unset DISPLAY WAYLAND_DISPLAY
-wineserver="$(dirname "$wine64")/wineserver"
-[ -x "$wineserver" ] || wineserver=$(command -v wineserver || true)
-stop_wineserver() { [ -n "$wineserver" ] && "$wineserver" -k >/dev/null 2>&1 || true; }
-trap stop_wineserver EXIT
-
-if [ ! -f "$WINEPREFIX/system.reg" ]; then
-    say "creating the Wine prefix"
-    "$wine64" wineboot -i >"$build/wineboot.log" 2>&1 || { cat "$build/wineboot.log" >&2; die "wineboot failed"; }
-    [ -n "$wineserver" ] && "$wineserver" -w
-fi
+wine_prefix "$build/wineprefix" || die "no Wine prefix"
 
 say "running the native tests under Wine"
 # One test at a time: a fresh prefix has been seen to hang two first processes started together.

@@ -23,6 +23,7 @@ opc_setup_packages=(
     binutils-mingw-w64-x86-64
     wine
     wine64
+    python3-pip
 )
 
 # Prints the packages of the list that are not fully installed, one a line.

@@ -18,4 +18,6 @@ if [ -n "$newer" ] && [ -x "$newer/bin/java" ]; then
     echo "== java tests on $(basename "$newer")"
     JAVA_HOME="$newer" bash tools/java-test.sh
 fi
+echo "== java tests on Windows (Wine)"
+bash tools/windows-java-test.sh
 bash tools/sanitize.sh

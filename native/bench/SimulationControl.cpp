@@ -2,7 +2,7 @@
 // the server's own time and its callbacks' time for its last update, its bench branch and browse
 // portions; and reads the COM runtime's allocation ledger. The module is opened by path, which yields the very
 // instance that the substrate loaded when the server was created.
-#include <dlfcn.h>
+#include "LoadedModule.h"
 
 #include <string>
 
@@ -54,17 +54,15 @@ JNIEXPORT jstring JNICALL Java_com_velmora_opc_bench_BenchNatives_openSimulation
                                                                                jstring modulePath) {
     const Utf path(env, modulePath);
     if (path.get() == nullptr) return env->NewStringUTF("no module path");
-    void* module = dlopen(path.get(), RTLD_NOW);  // kept open for the life of the process
-    if (module == nullptr) {
-        const char* why = dlerror();
-        return env->NewStringUTF(why != nullptr ? why : "dlopen failed");
-    }
+    std::string why;
+    void* module = opc::support::openModule(path.get(), why);  // kept open for the life of the process
+    if (module == nullptr) return env->NewStringUTF(why.c_str());
     Simulation found;
-    found.setChangeEveryTick = reinterpret_cast<void (*)(const char*, int)>(dlsym(module, "SimSetChangeEveryTick"));
-    found.lastTickMicros = reinterpret_cast<double (*)()>(dlsym(module, "SimLastTickMicros"));
-    found.lastCallbackMicros = reinterpret_cast<double (*)()>(dlsym(module, "SimLastCallbackMicros"));
-    found.setBenchBranch = reinterpret_cast<void (*)(int)>(dlsym(module, "SimSetBenchBranch"));
-    found.setBrowsePortion = reinterpret_cast<void (*)(int)>(dlsym(module, "SimSetBrowsePortion"));
+    found.setChangeEveryTick = opc::support::moduleFunction<void (*)(const char*, int)>(module, "SimSetChangeEveryTick");
+    found.lastTickMicros = opc::support::moduleFunction<double (*)()>(module, "SimLastTickMicros");
+    found.lastCallbackMicros = opc::support::moduleFunction<double (*)()>(module, "SimLastCallbackMicros");
+    found.setBenchBranch = opc::support::moduleFunction<void (*)(int)>(module, "SimSetBenchBranch");
+    found.setBrowsePortion = opc::support::moduleFunction<void (*)(int)>(module, "SimSetBrowsePortion");
     if (found.setChangeEveryTick == nullptr || found.lastTickMicros == nullptr || found.lastCallbackMicros == nullptr ||
         found.setBenchBranch == nullptr || found.setBrowsePortion == nullptr) {
         return env->NewStringUTF((std::string(path.get()) + " lacks one of SimSetChangeEveryTick, SimLastTickMicros,"
@@ -110,9 +108,14 @@ JNIEXPORT void JNICALL Java_com_velmora_opc_bench_BenchNatives_browsePortion(JNI
 // Live blocks of the COM runtime's allocation ledger (0 task memory, 1 BSTR, 2 SAFEARRAY); -1 where the
 // runtime keeps no ledger (the system's own COM).
 JNIEXPORT jlong JNICALL Java_com_velmora_opc_bench_BenchNatives_ledgerLive(JNIEnv*, jclass, jint kind) {
+#ifdef _WIN32
+    (void)kind;
+    return -1;
+#else
     using Count = long long (*)(int);
     static const auto count = reinterpret_cast<Count>(dlsym(RTLD_DEFAULT, "LedgerLiveCount"));
     return count != nullptr ? static_cast<jlong>(count(kind)) : -1;
+#endif
 }
 
 }  // extern "C"

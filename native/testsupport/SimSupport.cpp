@@ -1,9 +1,9 @@
 // Natives of com.velmora.opc.testsupport.SimControl: the simulation server's control surface. The
-// module is opened by path with dlopen, which yields the very instance that the substrate's
-// activation loads, so tests see and steer the same server state.
+// module is opened by path, which yields the very instance that COM's activation loads, so tests see
+// and steer the same server state.
 #include <jni.h>
 
-#include <dlfcn.h>
+#include "LoadedModule.h"
 
 #include <string>
 
@@ -25,10 +25,11 @@ struct SimApi {
 };
 
 SimApi api;
+void* simModule = nullptr;  // the module that open() bound; stays loaded
 
 template <typename F>
 bool bind(void* module, const char* name, F& slot) {
-    slot = reinterpret_cast<F>(dlsym(module, name));
+    slot = opc::support::moduleFunction<F>(module, name);
     return slot != nullptr;
 }
 
@@ -64,11 +65,9 @@ extern "C" {
 JNIEXPORT jstring JNICALL Java_com_velmora_opc_testsupport_SimControl_open(JNIEnv* env, jclass, jstring path) {
     Utf file(env, path);
     if (file.get() == nullptr) return env->NewStringUTF("no path");
-    void* module = dlopen(file.get(), RTLD_NOW);
-    if (module == nullptr) {
-        const char* why = dlerror();
-        return env->NewStringUTF(why ? why : "dlopen failed");
-    }
+    std::string why;
+    void* module = opc::support::openModule(file.get(), why);
+    if (module == nullptr) return env->NewStringUTF(why.c_str());
     SimApi bound;
     if (!(bind(module, "SimFailNext", bound.failNext) && bind(module, "SimSetItemError", bound.setItemError) &&
           bind(module, "SimSetNullResults", bound.setNullResults) && bind(module, "SimCallCount", bound.callCount) &&
@@ -78,6 +77,7 @@ JNIEXPORT jstring JNICALL Java_com_velmora_opc_testsupport_SimControl_open(JNIEn
         return env->NewStringUTF("the module lacks the control functions");
     }
     api = bound;  // the module stays loaded for the life of the process
+    simModule = module;
     return nullptr;
 }
 
@@ -154,10 +154,7 @@ struct CallbackApi {
 };
 
 const CallbackApi* bindCallbackApi() {
-    Dl_info info{};
-    if (dladdr(reinterpret_cast<void*>(api.reset), &info) == 0 || info.dli_fname == nullptr) return nullptr;
-    void* module = dlopen(info.dli_fname, RTLD_NOW | RTLD_NOLOAD);  // the loaded module, one more reference
-    if (module == nullptr) return nullptr;
+    void* module = simModule;
     static CallbackApi bound;
     const bool all = bind(module, "SimSetInlineCompletion", bound.setInlineCompletion) &&
                      bind(module, "SimSendWriteComplete", bound.sendWriteComplete) &&
@@ -220,10 +217,7 @@ namespace {
 using SetBrowsePortion = void (*)(int);
 
 SetBrowsePortion bindBrowsePortion() {
-    Dl_info info{};
-    if (dladdr(reinterpret_cast<void*>(api.reset), &info) == 0 || info.dli_fname == nullptr) return nullptr;
-    void* module = dlopen(info.dli_fname, RTLD_NOW | RTLD_NOLOAD);
-    if (module == nullptr) return nullptr;
+    void* module = simModule;
     SetBrowsePortion bound = nullptr;
     return bind(module, "SimSetBrowsePortion", bound) ? bound : nullptr;
 }

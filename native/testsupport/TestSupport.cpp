@@ -1,9 +1,12 @@
-// Natives of com.velmora.opc.testsupport.TestSupport: what the Java tests need to look inside the
-// substrate (allocation ledger) and to drive ComObjectClient without a server.
+// Natives of com.velmora.opc.testsupport.TestSupport: what the Java tests need to count live
+// allocations (the substrate's ledger; on Windows an IMallocSpy for task memory) and to drive
+// ComObjectClient without a server.
 #include <jni.h>
 
 #include <objbase.h>
+#ifndef _WIN32
 #include <substrate/ledger.h>
+#endif
 
 #include "ComObject.h"
 
@@ -35,9 +38,11 @@ private:
     std::vector<IID> iids_;
 };
 
-std::u16string toText(JNIEnv* env, jstring string) {
+static_assert(sizeof(OLECHAR) == sizeof(jchar), "OLECHAR holds UTF-16 units");
+
+std::basic_string<OLECHAR> toText(JNIEnv* env, jstring string) {
     const jsize length = env->GetStringLength(string);
-    std::u16string text(static_cast<size_t>(length), u'\0');
+    std::basic_string<OLECHAR> text(static_cast<size_t>(length), OLECHAR{});
     env->GetStringRegion(string, 0, length, reinterpret_cast<jchar*>(text.data()));
     return text;
 }
@@ -49,12 +54,92 @@ void throwIllegalArgument(JNIEnv* env, const std::string& message) {
 
 IUnknown* fromHandle(jlong handle) { return reinterpret_cast<IUnknown*>(static_cast<intptr_t>(handle)); }
 
+#ifdef _WIN32
+// Counts the live blocks of COM's task allocator: registered with CoRegisterMallocSpy when the
+// library loads, it sees every CoTaskMemAlloc/Realloc/Free of the process from then on (blocks
+// allocated before it are passed to PreFree as not spied and not counted). BSTRs and SAFEARRAYs have
+// no hook of their own: their memory is task memory and is counted here (with the BSTR cache off,
+// OANOCACHE=1, as Wine and Windows honour it).
+class TaskMemorySpy final : public IMallocSpy {
+public:
+    long long live() const { return live_.load(); }
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
+        if (out == nullptr) return E_POINTER;
+        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IMallocSpy)) {
+            *out = static_cast<IMallocSpy*>(this);
+            return S_OK;
+        }
+        *out = nullptr;
+        return E_NOINTERFACE;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return 2; }  // static lifetime
+    ULONG STDMETHODCALLTYPE Release() override { return 1; }
+
+    SIZE_T STDMETHODCALLTYPE PreAlloc(SIZE_T size) override { return size; }
+    void* STDMETHODCALLTYPE PostAlloc(void* actual) override {
+        if (actual != nullptr) ++live_;
+        return actual;
+    }
+    void* STDMETHODCALLTYPE PreFree(void* request, BOOL spied) override {
+        if (request != nullptr && spied) --live_;
+        return request;
+    }
+    void STDMETHODCALLTYPE PostFree(BOOL) override {}
+    SIZE_T STDMETHODCALLTYPE PreRealloc(void* request, SIZE_T size, void** newRequest, BOOL spied) override {
+        *newRequest = request;
+        realloc_ = request == nullptr ? kGrows : size == 0 ? (spied ? kShrinks : kSame) : (spied ? kSame : kGrows);
+        return size;
+    }
+    void* STDMETHODCALLTYPE PostRealloc(void* actual, BOOL) override {
+        // realloc(null, n) allocates, realloc(p, 0) frees, else a failed move keeps the old block.
+        if (realloc_ == kGrows && actual != nullptr) ++live_;
+        if (realloc_ == kShrinks) --live_;
+        return actual;
+    }
+    void* STDMETHODCALLTYPE PreGetSize(void* request, BOOL) override { return request; }
+    SIZE_T STDMETHODCALLTYPE PostGetSize(SIZE_T actual, BOOL) override { return actual; }
+    void* STDMETHODCALLTYPE PreDidAlloc(void* request, BOOL) override { return request; }
+    int STDMETHODCALLTYPE PostDidAlloc(void*, BOOL, int actual) override { return actual; }
+    void STDMETHODCALLTYPE PreHeapMinimize() override {}
+    void STDMETHODCALLTYPE PostHeapMinimize() override {}
+
+private:
+    enum Change { kSame, kGrows, kShrinks };
+    std::atomic<long long> live_{0};
+    thread_local static Change realloc_;
+};
+
+thread_local TaskMemorySpy::Change TaskMemorySpy::realloc_ = TaskMemorySpy::kSame;
+
+TaskMemorySpy spy;
+
+// Registers the spy on the first count (outside the loader lock), before any server is created.
+long long LedgerLiveCount(int kind) {
+    static const bool registered = SUCCEEDED(CoRegisterMallocSpy(&spy));
+    return kind == 0 && registered ? spy.live() : -1;  // -1: not counted on this platform
+}
+#endif
+
 }  // namespace
 
 extern "C" {
 
+// Live blocks of the kind, or -1 where the platform cannot count that kind.
 JNIEXPORT jlong JNICALL Java_com_velmora_opc_testsupport_TestSupport_ledgerLiveCount(JNIEnv*, jclass, jint kind) {
     return static_cast<jlong>(LedgerLiveCount(kind));
+}
+
+// The Wine version when the process runs under Wine (ntdll exports wine_get_version), else null.
+JNIEXPORT jstring JNICALL Java_com_velmora_opc_testsupport_TestSupport_wineVersion(JNIEnv* env, jclass) {
+#ifdef _WIN32
+    HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
+    FARPROC proc = ntdll != nullptr ? GetProcAddress(ntdll, "wine_get_version") : nullptr;
+    if (proc != nullptr) return env->NewStringUTF(reinterpret_cast<const char* (*)()>(reinterpret_cast<void*>(proc))());
+#else
+    (void)env;
+#endif
+    return nullptr;
 }
 
 JNIEXPORT jlong JNICALL Java_com_velmora_opc_testsupport_TestSupport_createObject(JNIEnv* env, jclass,
@@ -67,7 +152,7 @@ JNIEXPORT jlong JNICALL Java_com_velmora_opc_testsupport_TestSupport_createObjec
             throwIllegalArgument(env, "null IID text");
             return 0;
         }
-        const std::u16string wide = toText(env, text);
+        const std::basic_string<OLECHAR> wide = toText(env, text);
         env->DeleteLocalRef(text);
         IID iid;
         if (FAILED(IIDFromString(wide.c_str(), &iid))) {

@@ -16,6 +16,7 @@ class OpcEnvStartupTest {
 
     @Test
     void aFreshProcessReportsOnlyWhatCOMRefuses() {
+        TestSupport.assumeNotWine(TestSupport.WINE_SECURITY_ALWAYS_SUCCEEDS);
         // Security before any thread has joined COM is refused; start-up goes on and a later set-up works once.
         ChildJvm.run("startup").assertPrinted("env-before-thread: [ERROR CoInitializeSecurity: 800401f0]",
                 "thread: []", "thread-again: []", "env: []", "env-again: [ERROR CoInitializeSecurity: 80010119]");
@@ -23,6 +24,7 @@ class OpcEnvStartupTest {
 
     @Test
     void aMissingProxyStubLibraryIsOneErrorAndStopsTheRegistration(@TempDir Path temp) throws IOException {
+        TestSupport.assumeNotWine(TestSupport.WINE_SECURITY_ALWAYS_SUCCEEDS);
         // The common interfaces' library is never tried once the first one is missing.
         startupWithout(temp, "opcproxy").assertPrinted("env: [ERROR Failed to load opcproxy.dll]",
                 "env-again: [ERROR CoInitializeSecurity: 80010119, ERROR Failed to load opcproxy.dll]");

