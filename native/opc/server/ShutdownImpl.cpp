@@ -40,10 +40,13 @@ HRESULT STDMETHODCALLTYPE ShutdownImpl::ShutdownRequest(LPCWSTR reason) {
     advised_.store(false, std::memory_order_release);
     try {
         env::CallbackThread thread(vm_);
-        if (reason == nullptr) return S_OK;
-        console::writeWide(OLESTR("OPC Server shutdown reason: "));
-        console::writeWide(reason);
-        console::endLine();
+        // A request without a reason writes no console line, but the listener hears of it all the same:
+        // the server is going away either way.
+        if (reason != nullptr) {
+            console::writeWide(OLESTR("OPC Server shutdown reason: "));
+            console::writeWide(reason);
+            console::endLine();
+        }
         JNIEnv* env = thread.env();
         if (env != nullptr && listener_ != nullptr && shutdownRequest_ != nullptr) {
             env->CallVoidMethod(listener_, shutdownRequest_, static_cast<jstring>(nullptr));
