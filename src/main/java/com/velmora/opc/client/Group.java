@@ -431,7 +431,8 @@ public final class Group implements AutoCloseable {
         releaseHandles();
         server.forget(this);
         if (server.isReachable()) {
-            RuntimeException f = server.quietly(() -> OpcDaServer.removeGroup(server.handle(), serverGroupHandle, false));
+            RuntimeException f = server.quietly(() -> OpcDaServer.removeGroup(server.handle(), serverGroupHandle, false),
+                    null, waits);
             if (failure == null) failure = f;
         }
         return failure;

@@ -411,10 +411,15 @@ public final class OpcServer implements AutoCloseable {
         }
     }
 
-    /** Runs a disconnecting call of a close; a server that is gone is not an error then. */
-    RuntimeException quietly(Runnable disconnect) {
+    /**
+     * Runs a disconnecting call of a close; a server that is gone is not an error then. The callback's
+     * end is waited for only when the server took the call (a dead server's callbacks go when COM
+     * notices, which may take minutes).
+     */
+    RuntimeException quietly(Runnable disconnect, CountDownLatch ended, List<CountDownLatch> waits) {
         try {
             disconnect.run();
+            if (ended != null) waits.add(ended);
             return null;
         } catch (HresultException e) {
             if (!Disconnection.is(e.getHresult())) return e;

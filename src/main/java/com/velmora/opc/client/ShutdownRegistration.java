@@ -71,11 +71,9 @@ public final class ShutdownRegistration implements AutoCloseable {
         server.forget(this);
         Receiver current = receiver;
         long connection = cookie;
-        if (current == null || connection == 0) return null;
+        if (current == null || connection == 0 || !server.isReachable()) return null;
         // After a shutdown request the native listener ends without a word; else it tells of its end.
-        waits.add(current.ended);
-        if (!server.isReachable()) return null;
-        return server.quietly(() -> OpcShutdown.unadvise(server.handle(), connection));
+        return server.quietly(() -> OpcShutdown.unadvise(server.handle(), connection), current.ended, waits);
     }
 
     private void requested() {

@@ -194,10 +194,9 @@ public final class Subscription implements AutoCloseable {
         closed = true;
         group.forget(this);
         Link current = link;
-        if (current == null) return null;
-        waits.add(current.receiver().deleted);
-        if (!group.server().isReachable()) return null;
-        return group.server().quietly(() -> OpcAsyncIo2.unadvise(current.asyncIo(), current.cookie()));
+        if (current == null || !group.server().isReachable()) return null;
+        return group.server().quietly(() -> OpcAsyncIo2.unadvise(current.asyncIo(), current.cookie()),
+                current.receiver().deleted, waits);
     }
 
     private int nextTransactionId() {

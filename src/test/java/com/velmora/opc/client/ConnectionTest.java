@@ -124,6 +124,21 @@ class ConnectionTest {
     }
 
     @Test
+    void listenersMayCloseTheConnectionFromTheServersThreads() throws Exception {
+        OpcServer server = client.connect(SimControl.PROG_ID);
+        Group group = server.addGroup("self", 20);
+        group.addItems("Simulation.Ramp.I4");
+        CountDownLatch closed = new CountDownLatch(1);
+        group.subscribe(v -> {
+            server.close();
+            closed.countDown();
+        });
+        assertTrue(closed.await(5, SECONDS));
+        assertTrue(group.isClosed());
+        assertFalse(server.isOpen());
+    }
+
+    @Test
     void aServerThatAsksToGoOrDiesIsLetGoOfQuietly() throws Exception {
         try (OpcServer server = client.connect(SimControl.PROG_ID)) {
             Group group = server.addGroup("gone", 100);

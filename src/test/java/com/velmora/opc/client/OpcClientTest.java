@@ -7,6 +7,7 @@ import com.velmora.opc.jni.HresultException;
 import com.velmora.opc.testsupport.LedgerCheck;
 import com.velmora.opc.testsupport.SimControl;
 import com.velmora.opc.testsupport.SimFixture;
+import com.velmora.opc.testsupport.TestSupport;
 import java.util.*;
 import java.util.concurrent.*;
 import org.junit.jupiter.api.AfterEach;
@@ -165,6 +166,12 @@ class OpcClientTest {
             assertEquals(newer, older);
             assertTrue(server.browse(null).stream().anyMatch(e -> e.name().equals("Simulation") && e.hasChildren()));
             assertEquals(1, SimControl.callCount("IOPCBrowse::Browse"));
+        }
+        // An object without the interface is named with it, not reported as a failed query.
+        try (NativeHandle probe = new NativeHandle(TestSupport.createObject(), "probe")) {
+            assertEquals("probe has no IOPCBrowse",
+                    assertThrows(MissingInterfaceException.class, () -> probe.query(Iids.IOPC_BROWSE, "IOPCBrowse"))
+                            .getMessage());
         }
     }
 
