@@ -123,7 +123,10 @@ public final class Group implements AutoCloseable {
      * granted.
      */
     public int setState(int requestedUpdateRate, boolean isActive) {
-        return setState(requestedUpdateRate, isActive, timeBias, percentDeadband, localeId);
+        return call(() -> {
+            GroupState now = state();
+            return setState(requestedUpdateRate, isActive, now.timeBias(), now.percentDeadband(), now.localeId());
+        });
     }
 
     /**

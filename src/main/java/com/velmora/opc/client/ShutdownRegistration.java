@@ -12,7 +12,8 @@ import java.util.concurrent.atomic.AtomicInteger;
  * A listener connected to a server's shutdown notice (see {@link OpcServer#onShutdown}). Closing it,
  * or closing the server, disconnects it; once the server has let go of the native listener (waited
  * for up to a few seconds), nothing more reaches the listener. On a reconnecting connection it is
- * connected again when the connection is, and may hear the new server's request.
+ * connected again when the connection is, and may hear the new server's request. Safe for concurrent
+ * use; the listener runs on a server thread and may close the connection.
  */
 public final class ShutdownRegistration implements AutoCloseable {
     private final OpcServer server;
