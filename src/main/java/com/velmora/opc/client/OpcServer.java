@@ -234,6 +234,10 @@ public final class OpcServer implements AutoCloseable {
                         elements.add(new BrowseElement(n, id, true, false, 0, false, false)));
             }
         }
+        // A branch the server does not know moves the walk to the root: what it lists is not under it.
+        if (!branch.isEmpty() && elements.stream().noneMatch(e -> e.itemId() != null && e.itemId().startsWith(branch))) {
+            return List.of();
+        }
         return List.copyOf(elements);
     }
 

@@ -165,6 +165,7 @@ class OpcClientTest {
                     .map(e -> e.kind() + " " + e.name() + " " + e.itemId()).sorted().toList();
             assertEquals(newer, older);
             assertTrue(server.browse(null).stream().anyMatch(e -> e.name().equals("Simulation") && e.hasChildren()));
+            assertEquals(List.of(), server.browse("No.Such.Branch"));
             assertEquals(1, SimControl.callCount("IOPCBrowse::Browse"));
         }
         // An object without the interface is named with it, not reported as a failed query.
