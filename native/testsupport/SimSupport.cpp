@@ -151,6 +151,8 @@ struct CallbackApi {
     int (*sendWriteComplete)(unsigned, HRESULT, const char*, HRESULT) = nullptr;
     long (*connections)(const char*) = nullptr;
     long (*callbacksMade)(const char*) = nullptr;
+    void (*setDown)(int) = nullptr;
+    void (*setWithoutBrowse)(int) = nullptr;
 };
 
 const CallbackApi* bindCallbackApi() {
@@ -159,7 +161,9 @@ const CallbackApi* bindCallbackApi() {
     const bool all = bind(module, "SimSetInlineCompletion", bound.setInlineCompletion) &&
                      bind(module, "SimSendWriteComplete", bound.sendWriteComplete) &&
                      bind(module, "SimConnections", bound.connections) &&
-                     bind(module, "SimCallbacksMade", bound.callbacksMade);
+                     bind(module, "SimCallbacksMade", bound.callbacksMade) &&
+                     bind(module, "SimSetDown", bound.setDown) &&
+                     bind(module, "SimSetWithoutBrowse", bound.setWithoutBrowse);
     return all ? &bound : nullptr;
 }
 
@@ -177,6 +181,15 @@ const CallbackApi* callbackApi(JNIEnv* env) {
 }  // namespace
 
 extern "C" {
+
+JNIEXPORT void JNICALL Java_com_velmora_opc_testsupport_SimControl_setWithoutBrowse(JNIEnv* env, jclass,
+                                                                                  jboolean on) {
+    if (const CallbackApi* f = callbackApi(env)) f->setWithoutBrowse(on ? 1 : 0);
+}
+
+JNIEXPORT void JNICALL Java_com_velmora_opc_testsupport_SimControl_setDown(JNIEnv* env, jclass, jboolean on) {
+    if (const CallbackApi* f = callbackApi(env)) f->setDown(on ? 1 : 0);
+}
 
 JNIEXPORT void JNICALL Java_com_velmora_opc_testsupport_SimControl_setInlineCompletion(JNIEnv* env, jclass,
                                                                                      jboolean on) {

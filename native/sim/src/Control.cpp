@@ -14,6 +14,8 @@ namespace sim {
 
 std::atomic<long> g_moduleLocks{0};
 std::atomic<bool> g_inlineCompletion{false};
+std::atomic<bool> g_down{false};
+std::atomic<bool> g_withoutBrowse{false};
 
 namespace {
 
@@ -90,6 +92,7 @@ HRESULT enter(const char* method, const std::string& args) {
     if (rec == s.calls.end()) rec = s.calls.emplace(method, CallRecord{}).first;
     ++rec->second.count;
     rec->second.lastArgs = args;
+    if (g_down.load(std::memory_order_relaxed)) return RPC_E_DISCONNECTED;
     if (s.failures.empty()) return S_OK;
     auto f = s.failures.find(method);
     if (f == s.failures.end()) return S_OK;
@@ -284,7 +287,17 @@ long SimCallbacksMade(const char* method) {
     return 0;
 }
 
+void SimSetDown(int on) {
+    const bool down = on != 0;
+    if (g_down.exchange(down) == down || !down) return;
+    dropAllConnections();
+}
+
+void SimSetWithoutBrowse(int on) { g_withoutBrowse = on != 0; }
+
 void SimReset() {
+    g_down = false;
+    g_withoutBrowse = false;
     g_asyncDelayMs = 0;
     g_browsePortion = 0;
     g_benchLeaves = 0;

@@ -45,6 +45,12 @@ extern std::atomic<int> g_benchLeaves;
 // Module locks held through IClassFactory::LockServer.
 extern std::atomic<long> g_moduleLocks;
 
+// While set, the server is unreachable: every method answers RPC_E_DISCONNECTED and no update is sent.
+extern std::atomic<bool> g_down;
+
+// While set, servers answer QueryInterface for IOPCBrowse with E_NOINTERFACE, as OPC DA 2 servers do.
+extern std::atomic<bool> g_withoutBrowse;
+
 // While set, asynchronous requests complete on the calling thread before the method returns.
 extern std::atomic<bool> g_inlineCompletion;
 

@@ -39,6 +39,8 @@ public:
     WString name() const;
     // The periodic subscription check, on the engine thread.
     void tick();
+    // Drops every data callback connected to the group (its sinks are released here).
+    void dropCallbacks() { callbacks_->clear(); }
     // Calls OnWriteComplete on every data callback when the group holds any of the items (their
     // client handles in the order of `itemIds`, each with `itemError`); the number of sinks called.
     int sendWriteComplete(DWORD transaction, HRESULT masterError, const std::vector<WString>& itemIds,

@@ -111,7 +111,7 @@ Server::Server() : start_(now()) {
     std::weak_ptr<ServerCore> weakCore = core_;
     engine_ = std::make_unique<Engine>([weakCore] {
         auto core = weakCore.lock();
-        if (!core) return;
+        if (!core || g_down.load(std::memory_order_relaxed)) return;
         std::vector<ComPtr<Group>> groups;
         {
             std::lock_guard<std::mutex> guard(core->lock);
@@ -154,7 +154,7 @@ void* Server::interfaceFor(REFIID iid) {
     if (IsEqualIID(iid, IID_IConnectionPointContainer)) return static_cast<IConnectionPointContainer*>(this);
     if (IsEqualIID(iid, IID_IOPCBrowseServerAddressSpace)) return static_cast<IOPCBrowseServerAddressSpace*>(this);
     if (IsEqualIID(iid, IID_IOPCItemProperties)) return static_cast<IOPCItemProperties*>(this);
-    if (IsEqualIID(iid, IID_IOPCBrowse)) return static_cast<IOPCBrowse*>(this);
+    if (IsEqualIID(iid, IID_IOPCBrowse)) return g_withoutBrowse ? nullptr : static_cast<IOPCBrowse*>(this);
     if (IsEqualIID(iid, IID_IOPCSecurityNT)) return static_cast<IOPCSecurityNT*>(this);
     if (IsEqualIID(iid, IID_IOPCSecurityPrivate)) return static_cast<IOPCSecurityPrivate*>(this);
     return nullptr;
@@ -449,6 +449,19 @@ int shutdownAll(const WCHAR* reason) {
             ++called;
         }
         return called;
+    });
+}
+
+void dropAllConnections() {
+    onEveryServerThread([](ServerCore& core, Connections& shutdownSinks) {
+        shutdownSinks.clear();
+        std::vector<ComPtr<Group>> groups;
+        {
+            std::lock_guard<std::mutex> guard(core.lock);
+            for (auto& entry : core.groups) groups.push_back(ComPtr<Group>::borrow(entry.second));
+        }
+        for (auto& group : groups) group->dropCallbacks();
+        return 0;
     });
 }
 

@@ -117,6 +117,9 @@ int shutdownAll(const WCHAR* reason);
 
 // Calls OnWriteComplete on every data callback of every group of a live server that holds any of the
 // items: the client handles of those items, each with `itemError`. The number of sinks called.
+// Drops every sink connected to a live server or to one of its groups, on each server's thread.
+void dropAllConnections();
+
 int writeCompleteAll(DWORD transaction, HRESULT masterError, const std::vector<WString>& itemIds, HRESULT itemError);
 
 }  // namespace sim

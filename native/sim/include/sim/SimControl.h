@@ -145,6 +145,17 @@ long SimConnections(const char* kind);
 // A call is counted just before it is made.
 long SimCallbacksMade(const char* method);
 
+// While on, the server behaves as one whose process has died: every method of every object (class
+// factory included) answers RPC_E_DISCONNECTED, no subscription update is sent, and switching it on
+// drops every connected sink (shutdown and data callbacks, released on the server's threads) as COM
+// does for a client of a dead server. Objects live on until the client releases them. Off lets the
+// server answer again; SimReset switches it off.
+void SimSetDown(int on);
+
+// While on, servers have no IOPCBrowse (QueryInterface answers E_NOINTERFACE), as OPC DA 2 servers;
+// their address space is then browsed through IOPCBrowseServerAddressSpace only. SimReset switches it off.
+void SimSetWithoutBrowse(int on);
+
 // Clears failures, item errors, null results, the call record, the asynchronous delay, the browse
 // portion, inline completion, the items changing at every update, the last update's times, the
 // callback counts and the bench branch, and restores every item value. Live objects and

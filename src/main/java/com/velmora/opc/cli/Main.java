@@ -24,7 +24,9 @@ import java.util.concurrent.BlockingQueue;
 import java.util.concurrent.CountDownLatch;
 import java.util.concurrent.LinkedBlockingQueue;
 import java.util.concurrent.TimeUnit;
+import java.util.logging.Handler;
 import java.util.logging.Level;
+import java.util.logging.LogRecord;
 import java.util.logging.Logger;
 
 /**
@@ -97,6 +99,47 @@ public final class Main {
         System.exit(code);
     }
 
+    /**
+     * --verbose shows every line the library logs, traces included, on the error stream; without it
+     * nothing. The root logger's console handler stops at INFO, so the library's logger gets a handler
+     * of its own that lets everything through.
+     */
+    private static void configureLog(boolean verbose, PrintStream err) {
+        Logger logger = Logger.getLogger(OpcEnv.LOGGER_NAME);
+        for (Handler handler : logger.getHandlers()) {
+            if (handler instanceof VerboseHandler) logger.removeHandler(handler);
+        }
+        logger.setLevel(verbose ? Level.ALL : Level.OFF);
+        logger.setUseParentHandlers(!verbose);
+        if (verbose) logger.addHandler(new VerboseHandler(err));
+    }
+
+    /** Writes each record as "LEVEL: text" on the given stream. */
+    private static final class VerboseHandler extends Handler {
+        private final PrintStream err;
+
+        VerboseHandler(PrintStream err) {
+            this.err = err;
+            setLevel(Level.ALL);
+        }
+
+        @Override
+        public void publish(LogRecord record) {
+            if (!isLoggable(record)) return;
+            String text = record.getMessage();
+            err.println(record.getLevel().getName() + ": " + text);
+            if (record.getThrown() != null) record.getThrown().printStackTrace(err);
+        }
+
+        @Override
+        public void flush() {
+            err.flush();
+        }
+
+        @Override
+        public void close() {}
+    }
+
     /** Runs one command; returns the exit code. */
     static int run(String[] args, PrintStream out, PrintStream err) {
         Options options;
@@ -111,7 +154,7 @@ public final class Main {
             out.println(USAGE_TEXT);
             return OK;
         }
-        Logger.getLogger(OpcEnv.LOGGER_NAME).setLevel(options.verbose ? Level.ALL : Level.OFF);
+        configureLog(options.verbose, err);
         try (OpcClient client = OpcClient.open()) {
             if (options.command.equals("servers")) return servers(client, options, out);
             try (OpcServer server = client.connect(options.server, options.host)) {

@@ -1,12 +1,16 @@
 package com.velmora.opc.client;
 
 import com.velmora.opc.OpcEnv;
-import java.util.concurrent.atomic.AtomicBoolean;
 
-/** Prepares the process once and every calling thread once for COM, before any native call. */
+/**
+ * Prepares the process once and every calling thread once for COM, before any native call. No thread
+ * gets past {@link #prepare} before the process set-up has finished: a thread that comes while another
+ * runs it waits for it.
+ */
 final class ComThreads {
     private static final ThreadLocal<Boolean> THREAD_READY = ThreadLocal.withInitial(() -> Boolean.FALSE);
-    private static final AtomicBoolean PROCESS_READY = new AtomicBoolean();
+    private static final Object PROCESS_LOCK = new Object();
+    private static volatile boolean processReady;
 
     private ComThreads() {}
 
@@ -15,7 +19,13 @@ final class ComThreads {
             OpcEnv.initThread();
             THREAD_READY.set(Boolean.TRUE);
         }
+        if (processReady) return;
         // Process set-up after the thread's: COM security needs an initialised thread.
-        if (PROCESS_READY.compareAndSet(false, true)) OpcEnv.initEnv();
+        synchronized (PROCESS_LOCK) {
+            if (!processReady) {
+                OpcEnv.initEnv();
+                processReady = true;
+            }
+        }
     }
 }

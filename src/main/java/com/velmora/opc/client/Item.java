@@ -4,7 +4,8 @@ import com.velmora.opc.jni.HresultException;
 
 /**
  * An item of a group as the server accepted it, or rejected it: a rejected item carries the
- * server's error and no server handle.
+ * server's error and no server handle. The server handle is the one given when the item was added;
+ * after a reconnection the group uses the new server's handle for the same item.
  */
 public record Item(String itemId, int clientHandle, int serverHandle, int canonicalType, int accessRights,
         int error) {

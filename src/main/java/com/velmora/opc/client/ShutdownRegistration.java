@@ -1,94 +1,101 @@
 package com.velmora.opc.client;
 
-import com.velmora.opc.OpcEnv;
 import com.velmora.opc.OpcException;
 import com.velmora.opc.jni.client.common.OpcShutdown;
 import com.velmora.opc.jni.client.common.ShutdownListener;
+import java.util.ArrayList;
+import java.util.List;
 import java.util.concurrent.CountDownLatch;
 import java.util.concurrent.atomic.AtomicInteger;
 
 /**
  * A listener connected to a server's shutdown notice (see {@link OpcServer#onShutdown}). Closing it,
  * or closing the server, disconnects it; once the server has let go of the native listener (waited
- * for up to a few seconds), nothing more reaches the listener.
+ * for up to a few seconds), nothing more reaches the listener. On a reconnecting connection it is
+ * connected again when the connection is, and may hear the new server's request. Safe for concurrent
+ * use; the listener runs on a server thread and may close the connection.
  */
 public final class ShutdownRegistration implements AutoCloseable {
-    private static final System.Logger LOG = System.getLogger(OpcEnv.LOGGER_NAME);
-
     private final OpcServer server;
-    private final long cookie;
-    private final Receiver receiver;
-    private boolean closed;
+    private final Runnable listener;
+    private final AtomicInteger requests = new AtomicInteger();
+    // Replaced under the connection's exclusive lock.
+    private volatile Receiver receiver;
+    private volatile long cookie;
+    private volatile boolean closed;
 
-    private ShutdownRegistration(OpcServer server, long cookie, Receiver receiver) {
+    ShutdownRegistration(OpcServer server, Runnable listener) {
         this.server = server;
-        this.cookie = cookie;
-        this.receiver = receiver;
+        this.listener = listener;
     }
 
-    static ShutdownRegistration open(OpcServer server, Runnable listener) {
-        if (listener == null) throw new IllegalArgumentException("no listener");
-        Receiver receiver = new Receiver(listener);
-        long cookie = OpcShutdown.advise(server.handle(), receiver);
-        if (cookie == 0) throw new OpcException("server " + server.name() + " accepted no shutdown listener");
-        return new ShutdownRegistration(server, cookie, receiver);
+    /** Connects a new native listener to the server (the connection's lock is held). */
+    void attach(long serverHandle) {
+        Receiver next = new Receiver(this);
+        long made = OpcShutdown.advise(serverHandle, next);
+        if (made == 0) throw new OpcException("server " + server.name() + " accepted no shutdown listener");
+        receiver = next;
+        cookie = made;
+    }
+
+    /** The connection is lost; the native listener went with it. */
+    void detach() {
+        cookie = 0;
     }
 
     /** Whether the server has asked its clients to let go of it. */
     public boolean isRequested() {
-        return receiver.requests.get() > 0;
+        return requests.get() > 0;
     }
 
-    public synchronized boolean isClosed() {
+    public boolean isClosed() {
         return closed;
     }
 
     /** How many times the native listener told of its end without a request before: 1 after a clean close. */
     int deletionNotices() {
-        return receiver.deletions.get();
+        Receiver current = receiver;
+        return current == null ? 0 : current.deletions.get();
     }
 
     @Override
     public void close() {
-        synchronized (this) {
-            if (closed) return;
-            closed = true;
-        }
-        try {
-            if (server.isOpen()) {
-                ComThreads.prepare();
-                OpcShutdown.unadvise(server.handle(), cookie);
-            }
-            // After a shutdown request the native listener ends without a word; else it tells of its end.
-            if (!Waits.await(receiver.ended, Waits.CLOSE_TIMEOUT_MILLIS)) {
-                LOG.log(System.Logger.Level.WARNING, "server " + server.name()
-                        + " kept its shutdown listener after it was disconnected");
-            }
-        } finally {
-            server.forget(this);
-        }
+        List<CountDownLatch> waits = new ArrayList<>();
+        RuntimeException failure = server.exclusive(() -> closeLocked(waits));
+        server.awaitReleases(waits);
+        if (failure != null) throw failure;
     }
 
-    /** The Java side of the native shutdown listener; called on the server's threads. */
+    RuntimeException closeLocked(List<CountDownLatch> waits) {
+        if (closed) return null;
+        closed = true;
+        server.forget(this);
+        Receiver current = receiver;
+        long connection = cookie;
+        if (current == null || connection == 0 || !server.isReachable()) return null;
+        // After a shutdown request the native listener ends without a word; else it tells of its end.
+        return server.quietly(() -> OpcShutdown.unadvise(server.handle(), connection), current.ended, waits);
+    }
+
+    private void requested() {
+        requests.incrementAndGet();
+        if (!closed) Callbacks.run(listener, "a shutdown listener");
+    }
+
+    /** The Java side of one native shutdown listener; called on the server's threads. */
     private static final class Receiver implements ShutdownListener {
-        private final Runnable listener;
-        private final AtomicInteger requests = new AtomicInteger();
+        private final ShutdownRegistration owner;
         private final AtomicInteger deletions = new AtomicInteger();
         private final CountDownLatch ended = new CountDownLatch(1);
 
-        Receiver(Runnable listener) {
-            this.listener = listener;
+        Receiver(ShutdownRegistration owner) {
+            this.owner = owner;
         }
 
         @Override
         public void shutdownRequest(String reason) {
-            requests.incrementAndGet();
             ended.countDown();
-            try {
-                listener.run();
-            } catch (RuntimeException | Error e) {
-                LOG.log(System.Logger.Level.WARNING, "a shutdown listener failed", e);
-            }
+            owner.requested();
         }
 
         @Override

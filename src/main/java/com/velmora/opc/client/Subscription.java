@@ -19,36 +19,48 @@ import java.util.concurrent.atomic.AtomicInteger;
  * A group's connection to a {@link SubscriptionListener}: data changes of the group's active items
  * arrive at the group's update rate, and the completions of the refreshes, asynchronous reads and
  * writes issued here arrive under their transaction ids. Closing disconnects and waits (bounded) for
- * the server to let go of the callback, after which the listener hears nothing more. The requests
- * are not safe for concurrent use; the listener runs on the server's threads.
+ * the server to let go of the callback, after which the listener hears nothing more. Safe for
+ * concurrent use, as its {@link Group} is; the listener runs on the server's threads. On a
+ * reconnecting connection the subscription is connected again when the connection is.
  */
 public final class Subscription implements AutoCloseable {
     private static final System.Logger LOG = System.getLogger(OpcEnv.LOGGER_NAME);
     private static final int S_FALSE = 1;
     private static final int E_FAIL = 0x80004005;
-    /** Set on a thread while it runs one of this class's listener calls. */
-    private static final ThreadLocal<Boolean> IN_CALLBACK = new ThreadLocal<>();
 
     private final Group group;
-    private final long asyncIo;
-    private final long cookie;
-    private final Receiver receiver;
+    private final SubscriptionListener listener;
     private final AtomicInteger lastTransaction = new AtomicInteger();
-    private boolean closed;
+    // The connection to the server's callback; replaced under the connection's exclusive lock.
+    private volatile Link link;
+    private volatile boolean closed;
 
-    private Subscription(Group group, long asyncIo, long cookie, Receiver receiver) {
+    /** One advise: the group's IOPCAsyncIO2 handle (the group owns it), the cookie and the Java receiver. */
+    private record Link(long asyncIo, long cookie, Receiver receiver) {}
+
+    Subscription(Group group, SubscriptionListener listener) {
         this.group = group;
-        this.asyncIo = asyncIo;
-        this.cookie = cookie;
-        this.receiver = receiver;
+        this.listener = listener;
     }
 
-    static Subscription open(Group group, long asyncIo, Map<Integer, String> itemIds, SubscriptionListener listener) {
-        if (listener == null) throw new IllegalArgumentException("no listener");
+    /** Connects a new callback through the group's IOPCAsyncIO2 handle. */
+    void attach(long asyncIo, Map<Integer, String> itemIds) {
         Receiver receiver = new Receiver(itemIds, listener);
         long cookie = OpcAsyncIo2.advise(asyncIo, receiver);
         if (cookie == 0) throw new OpcException("group " + group.name() + " accepted no subscription");
-        return new Subscription(group, asyncIo, cookie, receiver);
+        link = new Link(asyncIo, cookie, receiver);
+    }
+
+    /** The connection is lost: the callback is gone with it (exclusive lock held). */
+    void detach() {
+        link = null;
+    }
+
+    private Link link() {
+        if (closed) throw new IllegalStateException("the subscription of group " + group.name() + " is closed");
+        Link current = link;
+        if (current == null) throw new ConnectionLostException("the subscription of group " + group.name() + " is not connected");
+        return current;
     }
 
     /**
@@ -57,9 +69,10 @@ public final class Subscription implements AutoCloseable {
      * server refuses (for instance when no item is active).
      */
     public void refresh(DataSource source) {
-        ensureOpen();
-        ComThreads.prepare();
-        OpcAsyncIo2.refresh(asyncIo, source == DataSource.CACHE);
+        group.subscriptionCall(() -> {
+            OpcAsyncIo2.refresh(link().asyncIo(), source == DataSource.CACHE);
+            return null;
+        });
     }
 
     /**
@@ -68,7 +81,11 @@ public final class Subscription implements AutoCloseable {
      * HresultException when the server refuses the whole read.
      */
     public Transaction readAsync(List<Item> items) {
-        ensureOpen();
+        return group.subscriptionCall(() -> issueRead(items));
+    }
+
+    private Transaction issueRead(List<Item> items) {
+        Link current = link();
         Map<String, Integer> rejected = new LinkedHashMap<>();
         List<Item> sent = new ArrayList<>();
         for (Item item : items) {
@@ -80,10 +97,9 @@ public final class Subscription implements AutoCloseable {
         }
         int transactionId = nextTransactionId();
         if (sent.isEmpty()) return new Transaction(transactionId, 0, rejected);
-        ComThreads.prepare();
-        int[] handles = sent.stream().mapToInt(Item::serverHandle).toArray();
+        int[] handles = sent.stream().mapToInt(group::serverHandle).toArray();
         Issued issued = new Issued();
-        OpcAsyncIo2.readAsync(asyncIo, handles.length, transactionId, handles, (ReadListener) issued::set);
+        OpcAsyncIo2.readAsync(current.asyncIo(), handles.length, transactionId, handles, (ReadListener) issued::set);
         return issued.transaction("IOPCAsyncIO2::Read", transactionId, sent, rejected);
     }
 
@@ -93,7 +109,14 @@ public final class Subscription implements AutoCloseable {
      * under the returned transaction id. Raises HresultException when the server refuses the whole write.
      */
     public Transaction writeAsync(Map<Item, ?> values) {
-        ensureOpen();
+        for (Object value : values.values()) {
+            if (value == null) throw new IllegalArgumentException("no value to write");
+        }
+        return group.subscriptionCall(() -> issueWrite(values));
+    }
+
+    private Transaction issueWrite(Map<Item, ?> values) {
+        Link current = link();
         Map<String, Integer> rejected = new LinkedHashMap<>();
         List<Item> sent = new ArrayList<>();
         List<String> texts = new ArrayList<>();
@@ -112,13 +135,12 @@ public final class Subscription implements AutoCloseable {
         }
         int transactionId = nextTransactionId();
         if (sent.isEmpty()) return new Transaction(transactionId, 0, rejected);
-        ComThreads.prepare();
-        int[] handles = sent.stream().mapToInt(Item::serverHandle).toArray();
+        int[] handles = sent.stream().mapToInt(group::serverHandle).toArray();
         int[] types = sent.stream().mapToInt(Item::canonicalType).toArray();
         Issued issued = new Issued();
         WriteListener listener = (synchronous, hr, count, id, cancelId, serverHandles, errors) ->
                 issued.set(hr, count, id, cancelId, serverHandles, errors);
-        OpcAsyncIo2.writeAsync(asyncIo, handles.length, transactionId, handles, types, texts.toArray(String[]::new),
+        OpcAsyncIo2.writeAsync(current.asyncIo(), handles.length, transactionId, handles, types, texts.toArray(String[]::new),
                 listener);
         return issued.transaction("IOPCAsyncIO2::Write", transactionId, sent, rejected);
     }
@@ -128,61 +150,59 @@ public final class Subscription implements AutoCloseable {
      * completed them; a cancelled one gets no completion.
      */
     public void cancel(int... cancelIds) {
-        ensureOpen();
         if (cancelIds.length == 0) return;
-        ComThreads.prepare();
-        OpcAsyncIo2.cancel2(asyncIo, cancelIds.clone(), null);
+        int[] ids = cancelIds.clone();
+        group.subscriptionCall(() -> OpcAsyncIo2.cancel2(link().asyncIo(), ids, null));
     }
 
     public void cancel(Transaction transaction) {
         cancel(transaction.cancelId());
     }
 
-    public synchronized boolean isClosed() {
+    public boolean isClosed() {
         return closed;
     }
 
     /** Whether the server has let go of the callback object (after close, or when the group went). */
     public boolean isDisconnected() {
-        return receiver.deleted.getCount() == 0;
+        Link current = link;
+        return current == null || current.receiver().deleted.getCount() == 0;
     }
 
     /** How many times the server's callback object told of its end: 1 after a clean close. */
     int deletionNotices() {
-        return receiver.deletions.get();
+        Link current = link;
+        return current == null ? 0 : current.receiver().deletions.get();
     }
 
     /**
      * Disconnects; once the server has let go of the callback (waited for up to a few seconds, unless
-     * called from the listener itself), no further listener call follows. Later calls do nothing.
+     * called from a listener), no further listener call follows. Later calls do nothing. A close that
+     * races the group's or the server's close waits for it.
      */
     @Override
     public void close() {
-        synchronized (this) {
-            if (closed) return;
-            closed = true;
-        }
-        try {
-            ComThreads.prepare();
-            OpcAsyncIo2.unadvise(asyncIo, cookie);
-            // Inside a listener call the server cannot let go until that call has returned.
-            if (IN_CALLBACK.get() == null && !Waits.await(receiver.deleted, Waits.CLOSE_TIMEOUT_MILLIS)) {
-                LOG.log(System.Logger.Level.WARNING, "the server kept the callback of group " + group.name()
-                        + " after the subscription was closed");
-            }
-        } finally {
-            group.forget(this);
-        }
+        List<CountDownLatch> waits = new ArrayList<>();
+        RuntimeException failure = group.exclusive(() -> closeLocked(waits));
+        group.server().awaitReleases(waits);
+        if (failure != null) throw failure;
+    }
+
+    /** Disconnects under the connection's exclusive lock; the callback's end goes to `waits`. */
+    RuntimeException closeLocked(List<CountDownLatch> waits) {
+        if (closed) return null;
+        closed = true;
+        group.forget(this);
+        Link current = link;
+        if (current == null || !group.server().isReachable()) return null;
+        return group.server().quietly(() -> OpcAsyncIo2.unadvise(current.asyncIo(), current.cookie()),
+                current.receiver().deleted, waits);
     }
 
     private int nextTransactionId() {
         // 0 is the transaction id of refreshes.
         int id = lastTransaction.incrementAndGet();
         return id != 0 ? id : lastTransaction.incrementAndGet();
-    }
-
-    private synchronized void ensureOpen() {
-        if (closed) throw new IllegalStateException("the subscription of group " + group.name() + " is closed");
     }
 
     /** What the server answered when a read or write was issued; the answer comes on the calling thread. */
@@ -225,15 +245,7 @@ public final class Subscription implements AutoCloseable {
         }
 
         private void call(Runnable listenerCall) {
-            Boolean outer = IN_CALLBACK.get();
-            IN_CALLBACK.set(Boolean.TRUE);
-            try {
-                listenerCall.run();
-            } catch (RuntimeException | Error e) {
-                LOG.log(System.Logger.Level.WARNING, "a subscription listener failed", e);
-            } finally {
-                if (outer == null) IN_CALLBACK.remove();
-            }
+            Callbacks.run(listenerCall, "a subscription listener");
         }
 
         private void deliver(int clientHandle, Object value, long timestamp, int quality, int error) {

@@ -52,6 +52,17 @@ class MainTest {
     }
 
     @Test
+    void verboseShowsTheLibrarysTraceLinesAndQuietShowsNone() {
+        SimFixture.require();
+        SimControl.setWithoutBrowse(true);  // the position-based browse traces a path it cannot go to
+        assertEquals(Main.OK, run("--verbose", "browse", "No.Such.Branch"));
+        assertTrue(errText().contains("Native:ChangeBrowsePosition Failed, Calling goRoot"), errText());
+        err.reset();
+        assertEquals(Main.OK, run("browse", "No.Such.Branch"));
+        assertEquals("", errText());
+    }
+
+    @Test
     void tablesAlignOnTheWidestCellAndJsonEscapesTextAndKeepsTypes() {
         Table.print(new PrintStream(out, true, StandardCharsets.UTF_8), new String[] {"ITEM", "VALUE"},
                 List.of(new String[] {"Random.Int4", "7"}, new String[] {"X", "12.5"}));

@@ -160,6 +160,78 @@ class OpcClientTest {
     }
 
     @Test
+    void aServerWithoutTheNewerBrowseInterfaceIsBrowsedByPosition() {
+        try (OpcServer server = client.connect(SimControl.PROG_ID)) {
+            List<String> newer = server.browse("Simulation.Static").stream()
+                    .map(e -> e.kind() + " " + e.name() + " " + e.itemId()).sorted().toList();
+            SimControl.setWithoutBrowse(true);
+            List<String> older = server.browse("Simulation.Static").stream()
+                    .map(e -> e.kind() + " " + e.name() + " " + e.itemId()).sorted().toList();
+            assertEquals(newer, older);
+            assertTrue(server.browse(null).stream().anyMatch(e -> e.name().equals("Simulation") && e.hasChildren()));
+            assertEquals(List.of(), server.browse("No.Such.Branch"));
+            assertEquals(1, SimControl.callCount("IOPCBrowse::Browse"));
+        }
+        // An object without the interface is named with it, not reported as a failed query.
+        try (NativeHandle probe = new NativeHandle(TestSupport.createObject(), "probe")) {
+            assertEquals("probe has no IOPCBrowse",
+                    assertThrows(MissingInterfaceException.class, () -> probe.query(Iids.IOPC_BROWSE, "IOPCBrowse"))
+                            .getMessage());
+        }
+    }
+
+    @Test
+    void theServersServicesGroupSettingsBatchWritesAndValidation() {
+        // A remote server named by ProgID is found in that host's server list.
+        try (OpcServer server = client.connect(SimControl.PROG_ID, "localhost")) {
+            assertTrue(SimControl.callCount("IOPCServerList2::EnumClassesOfCategories") > 0);
+            server.setClientName("line 4");
+            assertEquals("name=line 4", SimControl.lastCallArgs("IOPCCommon::SetClientName"));
+            assertTrue(server.availableLocales().containsAll(List.of(1033, 1031)));
+            server.setLocale(1031);
+            assertEquals(1031, server.locale());
+            assertEquals(-100.0, server.numericProperty("Simulation.Sine.R8", 103));
+            assertEquals("Simulated item Simulation.Static.R8", server.stringProperty("Simulation.Static.R8", 101));
+            assertTrue(server.booleanProperty("Simulation.Static.BOOL", 2));
+            // In process there is no proxy whose identity could change.
+            assertEquals(SecurityResult.OTHER, server.changeUser("plant\\operator", "secret"));
+            assertEquals(SecurityResult.OTHER, server.logon("operator", "secret"));
+
+            Group group = server.addGroup("settings", false, 500, 2.5f, 60, 1031);
+            GroupState state = group.state();
+            assertEquals(List.of(false, 60, 2.5f, 1031), List.of(state.active(), state.timeBias(),
+                    state.percentDeadband(), state.localeId()));
+            group.setState(500, true, -30, 5f, 1033);
+            state = group.state();
+            assertEquals(List.of(true, -30, 5f, 1033), List.of(state.active(), state.timeBias(),
+                    state.percentDeadband(), state.localeId()));
+
+            int added = SimControl.callCount("IOPCItemMgt::AddItems");
+            List<Item> checked = group.validateItems(List.of(ItemDefinition.of("Simulation.Static.I4"),
+                    ItemDefinition.of("No.Such.Item")));
+            assertEquals(List.of(VT_I4, OPC_E_UNKNOWNITEMID), List.of(checked.get(0).canonicalType(), checked.get(1).error()));
+            assertEquals(added, SimControl.callCount("IOPCItemMgt::AddItems"));
+
+            List<Item> items = group.addItems(List.of(ItemDefinition.of("Simulation.Static.I4", VT_BSTR),
+                    ItemDefinition.of("Simulation.Static.BSTR"), ItemDefinition.of("Simulation.Access.ReadOnly"),
+                    ItemDefinition.of("No.Such.Item")));
+            Map<Item, Object> values = new LinkedHashMap<>();
+            values.put(items.get(0), 7);
+            values.put(items.get(1), "batch");
+            values.put(items.get(2), 1.5);
+            values.put(items.get(3), 1);
+            assertEquals(List.of(0, 0, OPC_E_BADRIGHTS, OPC_E_UNKNOWNITEMID), List.copyOf(group.write(values).values()));
+            assertTrue(SimControl.lastCallArgs("IOPCSyncIO::Write").startsWith("count=3 "));
+            assertEquals(Arrays.asList("7", "batch"), group.read(DataSource.DEVICE, items.subList(0, 2)).stream()
+                    .map(ItemValue::value).toList());
+        }
+        List<String> categories = client.discover(null, OpcClient.CATEGORY_DA10, OpcClient.CATEGORY_DA20,
+                OpcClient.CATEGORY_DA30).stream().filter(r -> SimControl.CLSID.equals(r.getClsid()))
+                .map(BOpcDeviceDiscoveryResult::getCategory).toList();
+        assertEquals(List.of(OpcClient.CATEGORY_DA10), categories);
+    }
+
+    @Test
     void threadsReadConcurrentlyEachThroughItsOwnConnection() throws Exception {
         Callable<Integer> worker = () -> {
             int good = 0;

@@ -19,6 +19,7 @@ public final class Codes {
     public static final int S_FALSE = 1;
     public static final int E_FAIL = 0x80004005;
     public static final int E_NOINTERFACE = 0x80004002;
+    public static final int RPC_E_DISCONNECTED = 0x80010108;
     public static final int E_INVALIDARG = 0x80070057;
     public static final int E_ACCESSDENIED = 0x80070005;
     public static final int CONNECT_E_NOCONNECTION = 0x80040200;

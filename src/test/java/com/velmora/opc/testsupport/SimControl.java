@@ -56,6 +56,16 @@ public final class SimControl {
     /** Delay in milliseconds before asynchronous requests run on the server's thread; 0 runs them at once. */
     public static native void setAsyncDelay(int milliseconds);
 
+    /**
+     * While on, the server acts as one whose process died: every method answers RPC_E_DISCONNECTED, no
+     * update is sent, and going down drops every connected shutdown and data callback. Off (and reset)
+     * lets it answer again.
+     */
+    public static native void setDown(boolean on);
+
+    /** While on, servers have no IOPCBrowse, as OPC DA 2 servers; reset switches it off. */
+    public static native void setWithoutBrowse(boolean on);
+
     /** Clears failures, item errors, null results, calls and the asynchronous delay, and restores every item value. */
     public static native void reset();
 

@@ -3,8 +3,8 @@ package com.velmora.opc.jni.client.common;
 /** Receives a server's shutdown notice; called on a COM thread. */
 public interface ShutdownListener {
     /**
-     * The server is going down. The server's reason is written to the process's console; the
-     * argument is null. A request without a reason is not passed on.
+     * The server is going down. The server's reason, when it gave one, is written to the process's
+     * console; the argument is always null.
      */
     void shutdownRequest(String reason);
 
