@@ -146,8 +146,8 @@ class ConnectionTest {
             group.subscribe(v -> {});
             CountDownLatch asked = new CountDownLatch(1);
             ShutdownRegistration registration = server.onShutdown(asked::countDown);
-            // A request without a reason reaches the listener, and closing need not wait for the server.
-            assertEquals(1, SimControl.shutdown(null));
+            // The request reaches the listener, and closing need not wait for the server.
+            assertEquals(1, SimControl.shutdown("maintenance"));
             assertTrue(asked.await(5, SECONDS));
             long start = System.nanoTime();
             registration.close();
@@ -216,7 +216,7 @@ class ConnectionTest {
                     SimControl.callCount("IOPCItemMgt::AddItems")));
 
             // The new server's shutdown request reaches the listener and is a loss too, followed by a reconnection.
-            assertTrue(SimControl.shutdown(null) >= 2);
+            assertTrue(SimControl.shutdown("maintenance") >= 2);
             assertEquals("lost", events.poll(5, SECONDS));
             assertEquals("reconnected", events.poll(5, SECONDS));
             assertEquals(1, shutdowns.get());
