@@ -7,6 +7,8 @@ import java.io.PrintStream;
 import java.util.HashMap;
 import java.util.List;
 import java.util.Map;
+import java.util.logging.Handler;
+import java.util.logging.LogRecord;
 
 /**
  * Failures in words: what happened and what to try, then the code, the call that failed and the
@@ -14,6 +16,31 @@ import java.util.Map;
  */
 final class Failures {
     private Failures() {}
+
+    /** REGDB_E_IIDNOTREG: an interface without a registered proxy/stub. */
+    private static final int NO_PROXY = 0x80040155;
+
+    /**
+     * Keeps the library's start-up error lines about the proxy/stub libraries ("Failed to load
+     * opcproxy.dll"), which are logged rather than raised, so that a later failure can name them.
+     */
+    static final class StartupLines extends Handler {
+        volatile String proxyFailure;
+
+        @Override
+        public void publish(LogRecord line) {
+            String text = line.getMessage();
+            if (text != null && text.startsWith("Failed to load ") && text.endsWith(".dll")) proxyFailure = text;
+        }
+
+        @Override
+        public void flush() {}
+
+        @Override
+        public void close() {}
+    }
+
+    static final StartupLines STARTUP = new StartupLines();
 
     static void report(PrintStream err, String doing, Throwable e, OpcServer server) {
         if (e instanceof HresultException failed) {
@@ -28,6 +55,11 @@ final class Failures {
                 err.println("opc: " + doing + ": " + remedy.problem());
                 err.println("  error " + detail);
                 err.println("  try: " + remedy.advice());
+            }
+            String proxyFailure = STARTUP.proxyFailure;
+            if (proxyFailure != null && remedy != Remedy.forCode(NO_PROXY)) {
+                err.println("opc: the library could not load the OPC proxy/stub libraries at start-up (" + proxyFailure + ")");
+                err.println("  try: " + Remedy.forCode(NO_PROXY).advice());
             }
         } else if (e instanceof UnsatisfiedLinkError) {
             err.println("opc: the native library could not be loaded: " + e.getMessage());
@@ -52,7 +84,8 @@ final class Failures {
             if (remedy == null) {
                 err.println("opc: " + String.join(", ", ids) + ": error " + detail);
             } else {
-                err.println("opc: " + String.join(", ", ids) + ": " + remedy.problem() + " (" + detail + ")");
+                err.println("opc: " + String.join(", ", ids) + ": " + remedy.problem());
+                err.println("  error " + detail);
                 err.println("  try: " + remedy.advice());
             }
         });

@@ -42,6 +42,9 @@ public final class Main implements Runnable {
     static final int FAILED = 1;
     static final int USAGE = 2;
 
+    /** The library's log, held here so that its settings outlive a garbage collection. */
+    private static final Logger LIBRARY_LOG = Logger.getLogger(OpcEnv.LOGGER_NAME);
+
     /** How long an interrupted run (Ctrl-C) may take to close its server connection. */
     private static final long STOP_TIMEOUT_SECONDS = 10;
 
@@ -126,7 +129,10 @@ public final class Main implements Runnable {
             return USAGE;
         });
         line.setExecutionStrategy(parsed -> {
-            Logger.getLogger(OpcEnv.LOGGER_NAME).setLevel(main.verbose ? Level.ALL : Level.OFF);
+            Logger library = LIBRARY_LOG;
+            library.setLevel(main.verbose ? Level.ALL : Level.SEVERE);
+            library.setUseParentHandlers(main.verbose);
+            if (!List.of(library.getHandlers()).contains(Failures.STARTUP)) library.addHandler(Failures.STARTUP);
             if (main.json && main.csv) throw new ParameterException(parsed.commandSpec().commandLine(),
                     "--json and --csv exclude each other");
             return new CommandLine.RunLast().execute(parsed);

@@ -4,6 +4,7 @@ import com.fasterxml.jackson.core.JsonFactory;
 import com.fasterxml.jackson.core.JsonGenerator;
 import com.fasterxml.jackson.core.util.DefaultIndenter;
 import com.fasterxml.jackson.core.util.DefaultPrettyPrinter;
+import com.fasterxml.jackson.core.util.Separators;
 import java.io.IOException;
 import java.io.PrintStream;
 import java.io.StringWriter;
@@ -47,7 +48,9 @@ final class Output {
             }
             case TABLE -> {
                 List<String[]> cells = new ArrayList<>();
-                for (Map<String, Object> row : rows) cells.add(cells(columns, row).toArray(String[]::new));
+                for (Map<String, Object> row : rows) {
+                    cells.add(columns.stream().map(c -> tableCell(row.get(c))).toArray(String[]::new));
+                }
                 Table.print(out, columns.stream().map(c -> c.toUpperCase(Locale.ROOT)).toArray(String[]::new), cells);
             }
         }
@@ -63,10 +66,15 @@ final class Output {
             }
             case TABLE -> {
                 List<String[]> cells = new ArrayList<>();
-                fields.forEach((name, value) -> cells.add(new String[] {name, Values.text(value)}));
+                fields.forEach((name, value) -> cells.add(new String[] {name, tableCell(value)}));
                 Table.print(out, null, cells);
             }
         }
+    }
+
+    /** A table shows "-" where there is no value. */
+    private static String tableCell(Object value) {
+        return value == null ? "-" : Values.text(value);
     }
 
     private static List<String> cells(List<String> columns, Map<String, Object> row) {
@@ -94,8 +102,9 @@ final class Output {
         StringWriter text = new StringWriter();
         try (JsonGenerator json = JSON.createGenerator(text)) {
             if (pretty) {
-                json.setPrettyPrinter(new DefaultPrettyPrinter().withArrayIndenter(DefaultIndenter.SYSTEM_LINEFEED_INSTANCE)
-                        .withoutSpacesInObjectEntries());
+                json.setPrettyPrinter(new DefaultPrettyPrinter(
+                        Separators.createDefaultInstance().withObjectFieldValueSpacing(Separators.Spacing.AFTER))
+                        .withArrayIndenter(DefaultIndenter.SYSTEM_LINEFEED_INSTANCE));
             }
             write(json, value);
         } catch (IOException e) {

@@ -99,7 +99,7 @@ class MainTest {
 
         assertEquals(Main.OK, runWithInput("Simulation.Ramp.I4\n\n# a comment\nSimulation.Array.I4\nSimulation.Static.BOOL\n",
                 "--json", "read", "-"), errText());
-        List<Object> values = (List<Object>) parse(out.toString(StandardCharsets.UTF_8));
+        List<?> values = (List<?>) parse(out.toString(StandardCharsets.UTF_8));
         assertEquals(3, values.size(), values::toString);
         Map<?, ?> ramp = (Map<?, ?>) values.get(0);
         assertEquals("I4", ramp.get("type"));
@@ -150,8 +150,12 @@ class MainTest {
         assertEquals(Main.FAILED, run("--server", "{00000000-0000-0000-0000-0000000000AB}", "status"));
         assertTrue(errText().contains("REGDB_E_CLASSNOTREG") && errText().contains("try: list the servers"), errText());
 
-        // Failures of the server's calls: access denied, an unreachable host, a missing proxy.
-        for (int code : new int[] {0x80070005, 0x800706BA, 0x80004002}) {
+        assertEquals(Main.FAILED, run("--host", "nowhere.invalid", "status"));
+        assertTrue(errText().startsWith("opc: connecting to " + Main.DEFAULT_SERVER + " on nowhere.invalid: the server's "
+                + "host could not be reached over DCOM\n  error 0x800706BA (RPC_S_SERVER_UNAVAILABLE)"), errText());
+
+        // Failures of the server's calls: access denied, a missing proxy.
+        for (int code : new int[] {0x80070005, 0x80004002}) {
             SimControl.failNext("IOPCServer::GetStatus", code, 1);
             assertEquals(Main.FAILED, run("status"));
             String text = errText();
@@ -160,10 +164,22 @@ class MainTest {
         }
         assertTrue(errText().contains("opcproxy.dll"), errText());
 
+        // A proxy/stub library that the start-up could not load (a log line, not an exception) is named too.
+        Failures.STARTUP.publish(new java.util.logging.LogRecord(java.util.logging.Level.SEVERE, "Failed to load opcproxy.dll"));
+        try {
+            SimControl.failNext("IOPCServer::GetStatus", 0x80004005, 1);
+            assertEquals(Main.FAILED, run("status"));
+            assertTrue(errText().contains("could not load the OPC proxy/stub libraries at start-up (Failed to load "
+                    + "opcproxy.dll)\n  try: install the OPC proxy/stub libraries"), errText());
+        } finally {
+            Failures.STARTUP.proxyFailure = null;
+        }
+
         // Per-item failures: the server's own text for the code, then the remedy.
         assertEquals(Main.FAILED, run("read", "Simulation.Static.R8", "No.Such.Item"));
         assertTrue(outLines().get(2).contains("error 0xC0040007 (OPC_E_UNKNOWNITEMID)"), outLines()::toString);
-        assertTrue(errText().startsWith("opc: No.Such.Item: the server knows no item by that id (0xC0040007"), errText());
+        assertTrue(errText().startsWith("opc: No.Such.Item: the server knows no item by that id\n  error 0xC0040007 "
+                + "(OPC_E_UNKNOWNITEMID): "), errText());
         assertTrue(errText().contains("try: browse the server's address space"), errText());
 
         assertEquals(Main.FAILED, run("write", "Simulation.Static.I4", "many", "Simulation.Unsupported.DATE", "1"));
