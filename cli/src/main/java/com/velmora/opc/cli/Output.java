@@ -106,14 +106,14 @@ final class Output {
                         Separators.createDefaultInstance().withObjectFieldValueSpacing(Separators.Spacing.AFTER))
                         .withArrayIndenter(DefaultIndenter.SYSTEM_LINEFEED_INSTANCE));
             }
-            write(json, value);
+            write(json, value, pretty);
         } catch (IOException e) {
             throw new UncheckedIOException(e);
         }
         return text.toString();
     }
 
-    private static void write(JsonGenerator json, Object value) throws IOException {
+    private static void write(JsonGenerator json, Object value, boolean pretty) throws IOException {
         if (value == null) {
             json.writeNull();
         } else if (value instanceof String s) {
@@ -139,12 +139,18 @@ final class Output {
             json.writeStartObject();
             for (Map.Entry<?, ?> field : map.entrySet()) {
                 json.writeFieldName(String.valueOf(field.getKey()));
-                write(json, field.getValue());
+                write(json, field.getValue(), pretty);
             }
             json.writeEndObject();
         } else if (value instanceof List<?> list) {
+            if (pretty && list.stream().noneMatch(e -> e instanceof Map || e instanceof List)) {
+                List<String> elements = new ArrayList<>();  // a value's elements on one line
+                for (Object element : list) elements.add(json(element, false));
+                json.writeRawValue("[" + String.join(", ", elements) + "]");
+                return;
+            }
             json.writeStartArray();
-            for (Object element : list) write(json, element);
+            for (Object element : list) write(json, element, pretty);
             json.writeEndArray();
         } else {
             json.writeString(value.toString());
