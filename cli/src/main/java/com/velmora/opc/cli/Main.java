@@ -122,7 +122,7 @@ public final class Main implements Runnable {
         CommandLine line = new CommandLine(main);
         line.setOut(new PrintWriter(out, true));
         line.setErr(new PrintWriter(err, true));
-        line.setParameterExceptionHandler((e, args2) -> {
+        line.setParameterExceptionHandler((e, given) -> {
             err.println("opc: " + e.getMessage());
             CommandLine where = e.getCommandLine();
             err.println("Try '" + where.getCommandSpec().qualifiedName() + " --help' for more.");
