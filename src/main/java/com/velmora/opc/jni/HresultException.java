@@ -23,6 +23,8 @@ public class HresultException extends RuntimeException {
             Map.entry(0x80070057, "E_INVALIDARG"),
             Map.entry(0x8007007E, "ERROR_MOD_NOT_FOUND"),
             Map.entry(0x800706BA, "RPC_S_SERVER_UNAVAILABLE"),
+            Map.entry(0x800706BE, "RPC_S_CALL_FAILED"),
+            Map.entry(0x800706BF, "RPC_S_CALL_FAILED_DNE"),
             Map.entry(0x80010106, "RPC_E_CHANGED_MODE"),
             Map.entry(0x8001010E, "RPC_E_WRONG_THREAD"),
             Map.entry(0x80010119, "RPC_E_TOO_LATE"),
@@ -37,6 +39,7 @@ public class HresultException extends RuntimeException {
             Map.entry(0x80040150, "REGDB_E_READREGDB"),
             Map.entry(0x80040152, "REGDB_E_KEYMISSING"),
             Map.entry(0x80040154, "REGDB_E_CLASSNOTREG"),
+            Map.entry(0x80040155, "REGDB_E_IIDNOTREG"),
             Map.entry(0x80040200, "CONNECT_E_NOCONNECTION"),
             Map.entry(0x80040201, "CONNECT_E_ADVISELIMIT"),
             Map.entry(0x80040202, "CONNECT_E_CANNOTCONNECT"),
@@ -94,6 +97,14 @@ public class HresultException extends RuntimeException {
     /** The call that failed, e.g. "IUnknown::QueryInterface". */
     public String getOperation() {
         return operation;
+    }
+
+    /**
+     * What the failure means to someone running a client and what to try, or null when the code is
+     * not one of the failures with a known remedy.
+     */
+    public Remedy remedy() {
+        return Remedy.forCode(hresult);
     }
 
     /** The symbolic name of the code, or null when it is not a known one. */

@@ -21,4 +21,15 @@ class HresultExceptionTest {
         assertEquals("0x80001235 from CoGetClassObject", unknown.getMessage());
         assertNull(unknown.getSymbolicName());
     }
+
+    @Test
+    void theCommonFailuresCarryARemedyAndOthersNone() {
+        for (int code : new int[] {0x80040154, 0x800401F3, 0x80070005, 0x800706BA, 0xC0040007, 0xC0040004, 0x80040155}) {
+            Remedy remedy = new HresultException(code, "CoCreateInstanceEx").remedy();
+            assertNotNull(remedy, HresultException.describe(code));
+            assertFalse(remedy.problem().isBlank() || remedy.advice().isBlank(), remedy::toString);
+        }
+        assertTrue(Remedy.forCode(0x80040155).advice().contains("opcproxy.dll"));
+        assertNull(new HresultException(0x80004005, "IOPCServer::AddGroup").remedy());
+    }
 }
