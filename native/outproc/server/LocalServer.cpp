@@ -3,6 +3,8 @@
 // through the marshalling of opcproxy.dll and opccomn_ps.dll.
 //
 //   opc_sim_server.exe /RegServer                  register LocalServer32 next to the module's own keys
+//   opc_sim_server.exe /RegServer --local-only     the same without InprocServer32: every activation of
+//                                                  the class, in whatever context, crosses processes
 //   opc_sim_server.exe /UnregServer                remove LocalServer32
 //   opc_sim_server.exe [-Embedding] [options]      serve (COM starts it with -Embedding)
 //     --browse-portion N   answer IOPCBrowse::Browse with at most N elements and a continuation point
@@ -30,8 +32,9 @@ using GetClassObject = HRESULT(STDAPICALLTYPE*)(REFCLSID, REFIID, void**);
 using RegisterServer = HRESULT(STDAPICALLTYPE*)();
 
 constexpr wchar_t kClassKey[] = L"CLSID\\{6A1F3C52-9B47-4E8D-A2C1-5D3E7F901B24}\\LocalServer32";
+constexpr wchar_t kInprocKey[] = L"CLSID\\{6A1F3C52-9B47-4E8D-A2C1-5D3E7F901B24}\\InprocServer32";
 
-HRESULT registerLocalServer() {
+HRESULT registerLocalServer(bool localOnly) {
     // The module writes the class, its ProgIDs and categories; the executable adds how to start it.
     const HMODULE module = GetModuleHandleW(L"opc_sim.dll");
     auto registerModule = reinterpret_cast<RegisterServer>(reinterpret_cast<void*>(GetProcAddress(module, "DllRegisterServer")));
@@ -41,8 +44,9 @@ HRESULT registerLocalServer() {
     const DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
     if (length == 0 || length == MAX_PATH) return HRESULT_FROM_WIN32(GetLastError());
     const std::wstring command = L"\"" + std::wstring(path, length) + L"\"";
-    const LONG rc = RegSetValueW(HKEY_CLASSES_ROOT, kClassKey, REG_SZ, command.c_str(),
-                                 DWORD(command.size() * sizeof(wchar_t)));
+    LONG rc = RegSetValueW(HKEY_CLASSES_ROOT, kClassKey, REG_SZ, command.c_str(),
+                           DWORD(command.size() * sizeof(wchar_t)));
+    if (rc == ERROR_SUCCESS && localOnly) rc = RegDeleteTreeW(HKEY_CLASSES_ROOT, kInprocKey);
     return HRESULT_FROM_WIN32(rc);
 }
 
@@ -57,8 +61,9 @@ long servedObjects() {
 }
 
 // The module's class object, withdrawn from COM's class table on the first server it makes: this
-// process serves one client. (Under Wine, REGCLS_SINGLEUSE does not keep a later activation from
-// finding a killed process's entry, which then fails with RPC_S_SERVER_UNAVAILABLE.)
+// process serves one client. (Under Wine, the class object of a killed process stays in the table,
+// and activations that find it fail with RPC_S_SERVER_UNAVAILABLE; with REGCLS_SINGLEUSE, an
+// activation after a kill was seen to start a new process instead of reaching the one registered.)
 class OneClientFactory final : public opc::support::ComObject<OneClientFactory, IClassFactory> {
 public:
     explicit OneClientFactory(IClassFactory* inner) : inner_(inner) { inner_->AddRef(); }
@@ -130,7 +135,8 @@ int main(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         const char* arg = argv[i];
         const char* value = i + 1 < argc ? argv[i + 1] : nullptr;
-        if (_stricmp(arg, "/RegServer") == 0 || _stricmp(arg, "-RegServer") == 0) return FAILED(registerLocalServer());
+        if (_stricmp(arg, "/RegServer") == 0 || _stricmp(arg, "-RegServer") == 0)
+            return FAILED(registerLocalServer(value != nullptr && std::strcmp(value, "--local-only") == 0));
         if (_stricmp(arg, "/UnregServer") == 0 || _stricmp(arg, "-UnregServer") == 0) return FAILED(unregisterLocalServer());
         if (_stricmp(arg, "-Embedding") == 0 || _stricmp(arg, "/Embedding") == 0) continue;
         if (value == nullptr) return 1;
