@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what building and testing opc needs on a Debian 12 machine: the native toolchain,
-# GoogleTest, a JDK 17 with Maven, the mingw-w64 cross compiler and Wine for the Windows build.
+# GoogleTest, a JDK 17 with Maven, the mingw-w64 cross compiler and Wine for the Windows build, with
+# Wine's IDL compiler (widl, in wine64-tools) for the proxy/stub modules.
 #
 # Idempotent and quiet: packages already installed are skipped (one dpkg query), and the package
 # lists are refreshed only when something is missing, so a second run takes about a second.
@@ -24,6 +25,7 @@ opc_setup_packages=(
     wine
     wine64
     python3-pip
+    wine64-tools
 )
 
 # Prints the packages of the list that are not fully installed, one a line.
