@@ -141,6 +141,12 @@ class OpcClientTest {
         assertTrue(client.discover("localhost", OpcClient.CATEGORY_DA30).stream()
                 .anyMatch(r -> SimControl.CLSID.equals(r.getClsid())));
         assertEquals(List.of(), client.discover("localhost", "{00000000-0000-0000-0000-00000000ABCD}"));
+        // A remote server named by ProgID is found in that host's server list.
+        SimControl.clearCalls();
+        try (OpcServer server = client.connect(SimControl.PROG_ID, "localhost")) {
+            assertTrue(SimControl.callCount("IOPCServerList2::EnumClassesOfCategories") > 0);
+            assertEquals(ServerState.RUNNING, server.status().state());
+        }
     }
 
     @Test
@@ -182,9 +188,7 @@ class OpcClientTest {
 
     @Test
     void theServersServicesGroupSettingsBatchWritesAndValidation() {
-        // A remote server named by ProgID is found in that host's server list.
-        try (OpcServer server = client.connect(SimControl.PROG_ID, "localhost")) {
-            assertTrue(SimControl.callCount("IOPCServerList2::EnumClassesOfCategories") > 0);
+        try (OpcServer server = client.connect(SimControl.PROG_ID)) {
             server.setClientName("line 4");
             assertEquals("name=line 4", SimControl.lastCallArgs("IOPCCommon::SetClientName"));
             assertTrue(server.availableLocales().containsAll(List.of(1033, 1031)));
