@@ -200,7 +200,6 @@ public:
         DWORD transaction;
         DWORD thread;
         std::vector<OPCHANDLE> clients;
-        std::vector<double> numbers;
     };
 
     void* interfaceFor(REFIID iid) {
@@ -208,19 +207,19 @@ public:
         if (IsEqualIID(iid, IID_IOPCShutdown)) return static_cast<IOPCShutdown*>(this);
         return nullptr;
     }
-    HRESULT STDMETHODCALLTYPE OnDataChange(DWORD tid, OPCHANDLE, HRESULT, HRESULT, DWORD n, OPCHANDLE* h, VARIANT* v,
+    HRESULT STDMETHODCALLTYPE OnDataChange(DWORD tid, OPCHANDLE, HRESULT, HRESULT, DWORD n, OPCHANDLE* h, VARIANT*,
                                            WORD*, FILETIME*, HRESULT*) override {
-        return record("data", tid, n, h, v);
+        return record("data", tid, n, h);
     }
     HRESULT STDMETHODCALLTYPE OnReadComplete(DWORD tid, OPCHANDLE, HRESULT, HRESULT, DWORD n, OPCHANDLE* h,
-                                             VARIANT* v, WORD*, FILETIME*, HRESULT*) override {
-        return record("read", tid, n, h, v);
+                                             VARIANT*, WORD*, FILETIME*, HRESULT*) override {
+        return record("read", tid, n, h);
     }
     HRESULT STDMETHODCALLTYPE OnWriteComplete(DWORD tid, OPCHANDLE, HRESULT, DWORD n, OPCHANDLE* h, HRESULT*) override {
-        return record("write", tid, n, h, nullptr);
+        return record("write", tid, n, h);
     }
     HRESULT STDMETHODCALLTYPE OnCancelComplete(DWORD tid, OPCHANDLE) override {
-        return record("cancel", tid, 0, nullptr, nullptr);
+        return record("cancel", tid, 0, nullptr);
     }
     HRESULT STDMETHODCALLTYPE ShutdownRequest(LPCWSTR) override { return S_OK; }
 
@@ -249,12 +248,8 @@ private:
             return false;
         });
     }
-    HRESULT record(const char* kind, DWORD tid, DWORD n, OPCHANDLE* h, VARIANT* v) {
-        Call call{kind, tid, GetCurrentThreadId(), {}, {}};
-        for (DWORD i = 0; i < n; ++i) {
-            call.clients.push_back(h[i]);
-            call.numbers.push_back(v && v[i].vt == VT_R8 ? v[i].dblVal : v && v[i].vt == VT_I4 ? v[i].lVal : 0);
-        }
+    HRESULT record(const char* kind, DWORD tid, DWORD n, OPCHANDLE* h) {
+        Call call{kind, tid, GetCurrentThreadId(), std::vector<OPCHANDLE>(h, h + n)};
         std::lock_guard<std::mutex> guard(lock_);
         calls_.push_back(std::move(call));
         changed_.notify_all();
