@@ -141,6 +141,10 @@ class OpcClientTest {
         assertTrue(client.discover("localhost", OpcClient.CATEGORY_DA30).stream()
                 .anyMatch(r -> SimControl.CLSID.equals(r.getClsid())));
         assertEquals(List.of(), client.discover("localhost", "{00000000-0000-0000-0000-00000000ABCD}"));
+        List<String> categories = client.discover(null, OpcClient.CATEGORY_DA10, OpcClient.CATEGORY_DA20,
+                OpcClient.CATEGORY_DA30).stream().filter(r -> SimControl.CLSID.equals(r.getClsid()))
+                .map(BOpcDeviceDiscoveryResult::getCategory).toList();
+        assertEquals(List.of(OpcClient.CATEGORY_DA10), categories);
         // A remote server named by ProgID is found in that host's server list.
         SimControl.clearCalls();
         try (OpcServer server = client.connect(SimControl.PROG_ID, "localhost")) {
@@ -229,10 +233,6 @@ class OpcClientTest {
             assertEquals(Arrays.asList("7", "batch"), group.read(DataSource.DEVICE, items.subList(0, 2)).stream()
                     .map(ItemValue::value).toList());
         }
-        List<String> categories = client.discover(null, OpcClient.CATEGORY_DA10, OpcClient.CATEGORY_DA20,
-                OpcClient.CATEGORY_DA30).stream().filter(r -> SimControl.CLSID.equals(r.getClsid()))
-                .map(BOpcDeviceDiscoveryResult::getCategory).toList();
-        assertEquals(List.of(OpcClient.CATEGORY_DA10), categories);
     }
 
     @Test
