@@ -118,7 +118,7 @@ if [ "$linux_ok" -gt 0 ] && [ $(( ${windows_ok:-0} * 10 )) -lt $(( linux_ok * 9 
 fi
 
 if [ "$run_cli" = 1 ]; then
-    cli=("${jvm[@]}" -cp "$(wine_path "$root/target/classes")" com.velmora.opc.cli.Main)
+    cli=("${jvm[@]}" -jar "$(wine_path "$root/cli/target/opc.jar")")
     verb() {
         local out
         if ! out=$("${cli[@]}" "$@" 2>&1); then
