@@ -309,6 +309,7 @@ class MainTest {
         SimFixture.require();
         ExecutorService runner = Executors.newSingleThreadExecutor();
         try {
+            out.reset();  // no lines of an earlier command count
             Future<Integer> watching = runner.submit(() -> run("watch", "--rate", "50", "--poll", "200", "Simulation.Ramp.I4"));
             waitFor(() -> outLines().size() >= 3);
             SimControl.setDown(true);
@@ -317,6 +318,8 @@ class MainTest {
                     errText());
             SimControl.setDown(false);
 
+            out.reset();
+            err.reset();
             Future<Integer> again = runner.submit(() -> run("watch", "--reconnect", "--rate", "50", "--poll", "200",
                     "Simulation.Ramp.I4"));
             waitFor(() -> outLines().size() >= 3);
