@@ -182,9 +182,11 @@ class OpcClientTest {
 
     @Test
     void theServersServicesGroupSettingsBatchWritesAndValidation() {
-        // A remote server named by ProgID is found in that host's server list.
-        try (OpcServer server = client.connect(SimControl.PROG_ID, "localhost")) {
-            assertTrue(SimControl.callCount("IOPCServerList2::EnumClassesOfCategories") > 0);
+        // A remote server named by ProgID is found in that host's server list (under Wine, which has no
+        // remote activation, the server of this host serves the rest).
+        boolean remote = TestSupport.wineVersion() == null;
+        try (OpcServer server = client.connect(SimControl.PROG_ID, remote ? "localhost" : null)) {
+            if (remote) assertTrue(SimControl.callCount("IOPCServerList2::EnumClassesOfCategories") > 0);
             server.setClientName("line 4");
             assertEquals("name=line 4", SimControl.lastCallArgs("IOPCCommon::SetClientName"));
             assertTrue(server.availableLocales().containsAll(List.of(1033, 1031)));
@@ -225,6 +227,7 @@ class OpcClientTest {
             assertEquals(Arrays.asList("7", "batch"), group.read(DataSource.DEVICE, items.subList(0, 2)).stream()
                     .map(ItemValue::value).toList());
         }
+        if (!remote) return;  // discovery reaches the server list through remote activation too
         List<String> categories = client.discover(null, OpcClient.CATEGORY_DA10, OpcClient.CATEGORY_DA20,
                 OpcClient.CATEGORY_DA30).stream().filter(r -> SimControl.CLSID.equals(r.getClsid()))
                 .map(BOpcDeviceDiscoveryResult::getCategory).toList();
