@@ -9,7 +9,9 @@
 # launcher (Maven Central). Then, in a fresh private Wine prefix (build/windows-java/prefix): registers
 # the simulation server with regsvr32, runs every test class with -Xcheck:jni, fails on any failure
 # or JNI warning, prints the launcher's summary next to the Linux run's counts (surefire reports) and
-# requires that at least 90 % of the Linux tests pass here; then runs the client's main verbs once.
+# requires that at least 90 % of the Linux tests pass here; then runs the client's main verbs once
+# from the client's jar (cli/target/opc.jar, built here when missing), first against the cross-built
+# library, then once with the natives that the jar itself extracts.
 set -uo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -118,7 +120,13 @@ if [ "$linux_ok" -gt 0 ] && [ $(( ${windows_ok:-0} * 10 )) -lt $(( linux_ok * 9 
 fi
 
 if [ "$run_cli" = 1 ]; then
-    cli=("${jvm[@]}" -jar "$(wine_path "$root/cli/target/opc.jar")")
+    jar=$root/cli/target/opc.jar
+    if [ ! -f "$jar" ]; then
+        say "building the client's jar"
+        mvn -B -q -f "$root/reactor/pom.xml" package -DskipTests >"$cache/jar.log" 2>&1 ||
+            { cat "$cache/jar.log" >&2; die "building $jar failed"; }
+    fi
+    cli=("${jvm[@]}" -jar "$(wine_path "$jar")")
     verb() {
         local out
         if ! out=$("${cli[@]}" "$@" 2>&1); then
@@ -133,6 +141,19 @@ if [ "$run_cli" = 1 ]; then
     verb browse Simulation
     verb properties Simulation.Sine.R8
     verb watch --rate 250 --count 3 Simulation.Sine.R8 Simulation.Ramp.I4
+    # The jar's own natives: no library path, a cache folder of its own; opc.dll comes out of the jar.
+    rm -rf "$cache/jar-cache"
+    cli=("$WINE64" "$jre/bin/java.exe" -Xcheck:jni -XX:ActiveProcessorCount=2
+         "-Djava.security.properties=$(wine_path "$root/target/test-classes/windows-test.security")"
+         "-Dopc.cache.dir=$(wine_path "$cache/jar-cache")" -jar "$(wine_path "$jar")")
+    verb status
+    extracted=$(find "$cache/jar-cache" -name opc.dll -printf '%h\n' | head -n 1)
+    [ -n "$extracted" ] && [ -f "$extracted/opc_sim.dll" ] ||
+        die "java -jar opc.jar did not extract opc.dll and opc_sim.dll into its cache folder"
+    # Once more with the simulation server registered from the extracted copy.
+    wine_register "$extracted/opc_sim.dll" || die "registering the extracted simulation server failed"
+    verb status
+    say "ok: java -jar opc.jar status with the natives extracted from the jar"
 fi
 count() { grep -E "\[ +[0-9]+ tests $1" "$log.txt" | grep -oE '[0-9]+' | head -n 1; }
 echo "windows-java: $(count successful) passed, $(count failed) failed, $(( $(count skipped) + $(count aborted) )) skipped"

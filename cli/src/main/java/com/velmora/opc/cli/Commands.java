@@ -4,6 +4,8 @@ import static com.velmora.opc.cli.Output.row;
 
 import com.velmora.opc.client.BOpcDeviceDiscoveryResult;
 import com.velmora.opc.client.BrowseElement;
+import com.velmora.opc.client.ConnectionListener;
+import com.velmora.opc.client.ConnectionOptions;
 import com.velmora.opc.client.DataSource;
 import com.velmora.opc.client.Group;
 import com.velmora.opc.client.Item;
@@ -16,6 +18,7 @@ import com.velmora.opc.client.Subscription;
 import com.velmora.opc.client.VarTypes;
 import com.velmora.opc.jni.HresultException;
 import com.velmora.opc.jni.Remedy;
+import java.time.Duration;
 import java.util.ArrayList;
 import java.util.HashMap;
 import java.util.LinkedHashMap;
@@ -153,7 +156,7 @@ final class Commands {
     }
 
     @Command(name = "properties", mixinStandardHelpOptions = true,
-            description = "List the properties that the server offers for items.")
+            description = "List the properties that the server offers for items, with their values.")
     static final class Properties implements Callable<Integer> {
         @ParentCommand
         Main main;
@@ -164,23 +167,98 @@ final class Commands {
         @Parameters(paramLabel = "ITEM", arity = "0..*", description = "item ids, or - for standard input")
         List<String> items;
 
+        /** The properties that a read of the item answers: its value, quality and timestamp. */
+        private static final int VALUE = 2;
+        private static final int QUALITY = 3;
+        private static final int TIMESTAMP = 4;
+
         @Override
         public Integer call() throws InterruptedException {
             List<String> ids = main.itemIds(spec, items);
             return main.withServer(server -> {
+                Failures.ServerTexts texts = new Failures.ServerTexts(server);
+                Map<Integer, List<String>> failed = new LinkedHashMap<>();
                 List<Map<String, Object>> rows = new ArrayList<>();
-                for (String id : ids) {
-                    main.doing = "asking " + main.server + " for the properties of " + id;
-                    for (ItemProperty p : server.properties(id)) {
-                        rows.add(row("item", id, "id", p.id(), "description", p.description(),
-                                "type", VarTypes.name(p.dataType())));
+                Group group = null;
+                try {
+                    for (String id : ids) {
+                        main.doing = "asking " + main.server + " for the properties of " + id;
+                        List<ItemProperty> properties = server.properties(id);
+                        ItemValue read = null;
+                        int type = 0;
+                        if (properties.stream().anyMatch(p -> p.id() >= VALUE && p.id() <= TIMESTAMP)) {
+                            if (group == null) group = server.addGroup("opc-cli", 1000);
+                            List<Item> added = group.addItems(id);
+                            Item item = added.get(0);
+                            type = item.isValid() ? item.canonicalType() : 0;
+                            read = item.isValid() ? group.read(DataSource.DEVICE, added).get(0)
+                                    : new ItemValue(id, null, 0, null, item.error());
+                            if (item.isValid()) group.removeItems(added);
+                        }
+                        for (ItemProperty p : properties) {
+                            Map<String, Object> row = row("item", id, "id", p.id(), "description", p.description(),
+                                    "type", VarTypes.name(p.dataType()), "value", null, "error", null);
+                            int error = 0;
+                            if (p.id() >= VALUE && p.id() <= TIMESTAMP) {
+                                if (read.isFailed()) {
+                                    error = read.error();
+                                } else {
+                                    row.put("value", p.id() == VALUE ? Values.typed(read.value(), type)
+                                            : p.id() == QUALITY ? (Object) (long) read.quality() : read.timestamp());
+                                }
+                            } else {
+                                try {
+                                    row.put("value", value(server, id, p));
+                                } catch (HresultException e) {
+                                    error = e.getHresult();
+                                }
+                            }
+                            if (error != 0) {
+                                failed.computeIfAbsent(error, c -> new ArrayList<>()).add(id + " property " + p.id());
+                                row.put("error", ItemValues.error(error, texts));
+                            }
+                            rows.add(row);
+                        }
                     }
+                } finally {
+                    if (group != null) group.close();
                 }
-                main.output().rows(List.of("item", "id", "description", "type"), rows);
-                return Main.OK;
+                Output output = main.output();
+                if (output.format() == Output.Format.JSON) {
+                    main.out.println(Output.json(rows, true));
+                } else {
+                    for (Map<String, Object> row : rows) {
+                        Map<?, ?> error = (Map<?, ?>) row.get("error");
+                        if (error != null) {
+                            row.put("value", "error " + error.get("code") + " (" + error.get("name") + ")"
+                                    + (error.get("text") == null ? "" : ": " + error.get("text")));
+                        } else {
+                            row.put("value", Values.text(row.get("value")));
+                        }
+                    }
+                    output.rows(List.of("item", "id", "description", "type", "value"), rows);
+                }
+                Failures.items(main.err, failed, texts);
+                return failed.isEmpty() ? Main.OK : Main.FAILED;
             });
         }
+
+        /** A property's value read as its type has it; null for a type the library does not hand over. */
+        private static Object value(OpcServer server, String id, ItemProperty p) {
+            int type = p.dataType();
+            if (type == VT_BSTR) return server.stringProperty(id, p.id());
+            if (type == VT_BOOL) return server.booleanProperty(id, p.id());
+            if (Values.isInteger(type) || type == VT_R4 || type == VT_R8) {
+                return Values.typed(server.numericProperty(id, p.id()), type);
+            }
+            return null;
+        }
     }
+
+    private static final int VT_R4 = 4;
+    private static final int VT_R8 = 5;
+    private static final int VT_BSTR = 8;
+    private static final int VT_BOOL = 11;
 
     /** --device or --cache. */
     static final class Source {
@@ -271,6 +349,10 @@ final class Commands {
         }
 
         private Map<String, Object> error(int code) {
+            return error(code, texts);
+        }
+
+        static Map<String, Object> error(int code, Failures.ServerTexts texts) {
             Remedy remedy = Remedy.forCode(code);
             return Output.row("code", String.format("0x%08X", code), "name", HresultException.symbolicName(code),
                     "text", texts.of(code), "problem", remedy == null ? null : remedy.problem(),
@@ -328,11 +410,13 @@ final class Commands {
         }
     }
 
-    /** Stands in the queue of changes for the server's shutdown request. */
+    /** Stand in the queue of changes for the server's shutdown request and for the loss of the connection. */
     private static final ItemValue SHUTDOWN = new ItemValue(null, null, 0, null, 0);
+    private static final ItemValue LOST = new ItemValue(null, null, 0, null, 0);
 
     @Command(name = "watch", mixinStandardHelpOptions = true,
-            description = "Print data changes as they come, until --count changes, Ctrl-C, or the server shuts down.")
+            description = {"Print data changes as they come, until --count changes, Ctrl-C, or the server shuts down or goes away.",
+                    "With --reconnect it waits for the server to come back and goes on."})
     static final class Watch implements Callable<Integer> {
         @ParentCommand
         Main main;
@@ -346,22 +430,60 @@ final class Commands {
         @Option(names = "--count", paramLabel = "N", description = "stop after N changes (default: no end)")
         long count;
 
+        @Option(names = "--reconnect", description = "when the server goes away, connect again (waiting 1 s, then longer up to 30 s) and go on")
+        boolean reconnect;
+
+        @Option(names = "--poll", paramLabel = "MS",
+                description = "ask the server for its status every MS milliseconds to notice its loss (default: ${DEFAULT-VALUE})")
+        int poll = 1000;
+
         @Parameters(paramLabel = "ITEM", arity = "0..*", description = "item ids, or - for standard input")
         List<String> items;
+
+        /** Why the connection was lost, for the notice. */
+        private volatile String lostBy;
+
+        /** The connection watches its server: lost and reconnected connections are told to the loop. */
+        private ConnectionOptions options(BlockingQueue<ItemValue> changes) {
+            ConnectionOptions options = ConnectionOptions.DEFAULT.statusPoll(Duration.ofMillis(poll))
+                    .listener(new ConnectionListener() {
+                        @Override
+                        public void onLost(OpcServer server, Throwable cause) {
+                            lostBy = cause instanceof HresultException h
+                                    ? HresultException.describe(h.getHresult()) + " from " + h.getOperation()
+                                    : cause == null ? "gone" : String.valueOf(cause.getMessage());
+                            if (reconnect) {
+                                main.err.println("opc: lost the connection to " + main.server + " (" + lostBy
+                                        + "); connecting again");
+                                main.err.flush();
+                            }
+                            changes.add(LOST);
+                        }
+
+                        @Override
+                        public void onReconnected(OpcServer server) {
+                            main.err.println("opc: connected to " + main.server + " again");
+                            main.err.flush();
+                        }
+                    });
+            return reconnect ? options.reconnect(Duration.ofSeconds(1), Duration.ofSeconds(30)) : options;
+        }
 
         @Override
         @SuppressWarnings("try") // the subscription is only opened and closed
         public Integer call() throws InterruptedException {
             if (rate < 0) throw new ParameterException(spec.commandLine(), "--rate needs 0 or more milliseconds");
             if (count < 0) throw new ParameterException(spec.commandLine(), "--count needs 0 or more");
+            if (poll < 1) throw new ParameterException(spec.commandLine(), "--poll needs 1 or more milliseconds");
             List<String> ids = main.itemIds(spec, items);
-            return main.withServer(server -> {
+            BlockingQueue<ItemValue> changes = new LinkedBlockingQueue<>();
+            return main.withServer(options(changes), server -> {
                 main.doing = "watching items of " + main.server;
-                BlockingQueue<ItemValue> changes = new LinkedBlockingQueue<>();
                 Failures.ServerTexts texts = new Failures.ServerTexts(server);
                 boolean anyFailed = false;
                 boolean interrupted = false;
-                try (ShutdownRegistration shutdown = server.onShutdown(() -> changes.add(SHUTDOWN));
+                // With --reconnect a shutdown request is one more way of losing the server, which the connection handles.
+                try (ShutdownRegistration shutdown = reconnect ? null : server.onShutdown(() -> changes.add(SHUTDOWN));
                         Group group = server.addGroup("opc-cli", rate)) {
                     List<Item> added = group.addItems(ids.toArray(String[]::new));
                     ItemValues values = new ItemValues(added, texts);
@@ -391,6 +513,23 @@ final class Commands {
                             ItemValue v = changes.take();
                             if (v == SHUTDOWN) {
                                 main.err.println("opc: the server asked its clients to disconnect; stopping");
+                                return Main.FAILED;
+                            }
+                            if (v == LOST) {
+                                if (reconnect) {
+                                    seen--;
+                                    continue;
+                                }
+                                // A shutdown request loses the connection too: its notice says more.
+                                long until = System.nanoTime() + 200_000_000L;
+                                for (ItemValue next; (next = changes.poll(until - System.nanoTime(),
+                                        java.util.concurrent.TimeUnit.NANOSECONDS)) != null; ) {
+                                    if (next == SHUTDOWN) {
+                                        main.err.println("opc: the server asked its clients to disconnect; stopping");
+                                        return Main.FAILED;
+                                    }
+                                }
+                                main.err.println("opc: lost the connection to " + main.server + " (" + lostBy + "); stopping");
                                 return Main.FAILED;
                             }
                             print.accept(v);

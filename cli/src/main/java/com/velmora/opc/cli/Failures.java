@@ -1,6 +1,7 @@
 package com.velmora.opc.cli;
 
 import com.velmora.opc.client.OpcServer;
+import com.velmora.opc.client.SecurityResult;
 import com.velmora.opc.jni.HresultException;
 import com.velmora.opc.jni.Remedy;
 import java.io.PrintStream;
@@ -42,8 +43,33 @@ final class Failures {
 
     static final StartupLines STARTUP = new StartupLines();
 
+    /** The code behind a server's answer to a change of identity. */
+    static int code(SecurityResult result) {
+        return switch (result) {
+            case OK -> 0;
+            case ACCESS_DENIED -> 0x80070005;
+            case PRIVATE_ACTIVE -> 0xC0040301;
+            case LOW_IMPERSONATION_LEVEL -> 0xC0040302;
+            case LOW_AUTHENTICATION_LEVEL -> 0xC0040303;
+            case FAILED, OTHER -> 0x80004005;
+        };
+    }
+
+    /** A refusal without a code of its own: what happened and what to try. */
+    static final class Refused extends RuntimeException {
+        final String advice;
+
+        Refused(String problem, String advice) {
+            super(problem);
+            this.advice = advice;
+        }
+    }
+
     static void report(PrintStream err, String doing, Throwable e, OpcServer server) {
-        if (e instanceof HresultException failed) {
+        if (e instanceof Refused refused) {
+            err.println("opc: " + doing + ": " + refused.getMessage());
+            err.println("  try: " + refused.advice);
+        } else if (e instanceof HresultException failed) {
             int code = failed.getHresult();
             String detail = HresultException.describe(code) + " from " + failed.getOperation()
                     + serverText(new ServerTexts(server), code);

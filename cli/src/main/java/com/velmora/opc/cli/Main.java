@@ -1,8 +1,11 @@
 package com.velmora.opc.cli;
 
 import com.velmora.opc.OpcEnv;
+import com.velmora.opc.client.ConnectionOptions;
 import com.velmora.opc.client.OpcClient;
 import com.velmora.opc.client.OpcServer;
+import com.velmora.opc.client.SecurityResult;
+import com.velmora.opc.jni.HresultException;
 import java.io.BufferedReader;
 import java.io.InputStream;
 import java.io.InputStreamReader;
@@ -14,8 +17,11 @@ import java.util.ArrayList;
 import java.util.List;
 import java.util.concurrent.CountDownLatch;
 import java.util.concurrent.TimeUnit;
+import java.util.logging.Handler;
 import java.util.logging.Level;
+import java.util.logging.LogRecord;
 import java.util.logging.Logger;
+import java.util.logging.SimpleFormatter;
 import picocli.AutoComplete;
 import picocli.CommandLine;
 import picocli.CommandLine.Command;
@@ -64,6 +70,25 @@ public final class Main implements Runnable {
 
     @Option(names = "--verbose", scope = ScopeType.INHERIT, description = "show the library's log lines")
     boolean verbose;
+
+    @Option(names = "--user", paramLabel = "USER", scope = ScopeType.INHERIT,
+            description = "work under this NT identity (with --password), or with --logon this private user")
+    String user;
+
+    @Option(names = "--password", paramLabel = "PASS", scope = ScopeType.INHERIT, description = "the password of --user")
+    String password;
+
+    @Option(names = "--logon", scope = ScopeType.INHERIT,
+            description = "log on with the server's private credentials (--user, --password) instead of an NT identity")
+    boolean logon;
+
+    @Option(names = "--client-name", paramLabel = "NAME", scope = ScopeType.INHERIT,
+            description = "the name this client gives the server")
+    String clientName;
+
+    @Option(names = "--locale", paramLabel = "LCID", scope = ScopeType.INHERIT,
+            description = "the locale of the server's texts (e.g. 1033 or 0x409)")
+    String locale;
 
     @Spec
     CommandSpec spec;
@@ -129,13 +154,18 @@ public final class Main implements Runnable {
             return USAGE;
         });
         line.setExecutionStrategy(parsed -> {
+            main.check(parsed.commandSpec().commandLine());
             Logger library = LIBRARY_LOG;
             library.setLevel(main.verbose ? Level.ALL : Level.SEVERE);
-            library.setUseParentHandlers(main.verbose);
+            library.setUseParentHandlers(false);
             if (!List.of(library.getHandlers()).contains(Failures.STARTUP)) library.addHandler(Failures.STARTUP);
-            if (main.json && main.csv) throw new ParameterException(parsed.commandSpec().commandLine(),
-                    "--json and --csv exclude each other");
-            return new CommandLine.RunLast().execute(parsed);
+            Handler trace = main.verbose ? new TraceLines(err) : null;
+            if (trace != null) library.addHandler(trace);
+            try {
+                return new CommandLine.RunLast().execute(parsed);
+            } finally {
+                if (trace != null) library.removeHandler(trace);
+            }
         });
         line.setExecutionExceptionHandler((e, where, parsed) -> {
             if (e instanceof ParameterException usage) {
@@ -145,6 +175,55 @@ public final class Main implements Runnable {
             return FAILED;
         });
         return line.execute(args);
+    }
+
+    /** Refuses options that do not go together. */
+    private void check(CommandLine where) {
+        if (json && csv) throw new ParameterException(where, "--json and --csv exclude each other");
+        if (password != null && user == null) throw new ParameterException(where, "--password needs --user");
+        if (user != null && password == null) throw new ParameterException(where, "--user needs --password");
+        if (logon && user == null) throw new ParameterException(where, "--logon needs --user and --password");
+        if (locale != null) localeId(where);
+    }
+
+    private int localeId(CommandLine where) {
+        String text = locale.strip();
+        try {
+            long id = text.startsWith("0x") || text.startsWith("0X") ? Long.parseLong(text.substring(2), 16) : Long.parseLong(text);
+            if (id < 0 || id > 0xFFFFFFFFL) throw new NumberFormatException();
+            return (int) id;
+        } catch (NumberFormatException e) {
+            throw new ParameterException(where, "--locale needs a locale id (LCID), e.g. 1033 or 0x409, not '" + locale + "'");
+        }
+    }
+
+    /** The library's log lines on the client's error stream, every level. */
+    private static final class TraceLines extends Handler {
+        private final PrintStream err;
+
+        TraceLines(PrintStream err) {
+            this.err = err;
+            setLevel(Level.ALL);
+            setFormatter(new SimpleFormatter());
+        }
+
+        @Override
+        public void publish(LogRecord record) {
+            if (record == null || !isLoggable(record)) return;
+            StringBuilder text = new StringBuilder("opc: ").append(record.getLevel().getName()).append(' ')
+                    .append(getFormatter().formatMessage(record));
+            if (record.getThrown() != null) text.append(" (").append(record.getThrown()).append(')');
+            err.println(text);
+            err.flush();
+        }
+
+        @Override
+        public void flush() {
+            err.flush();
+        }
+
+        @Override
+        public void close() {}
     }
 
     Output output() {
@@ -168,18 +247,62 @@ public final class Main implements Runnable {
 
     /** Runs work on the server; its failures are reported with the server's own text for the code. */
     int withServer(Work<OpcServer> work) throws InterruptedException {
+        return withServer(ConnectionOptions.DEFAULT, work);
+    }
+
+    /** The same, with a connection that watches its server as the options say. */
+    int withServer(ConnectionOptions options, Work<OpcServer> work) throws InterruptedException {
         return withClient(client -> {
             doing = "connecting to " + server + (host == null || host.isEmpty() ? " on this host" : " on " + host);
-            try (OpcServer connected = client.connect(server, host)) {
-                doing = "talking to " + server;
+            try (OpcServer connected = client.connect(server, host, options)) {
+                String working = doing;
+                boolean loggedOn = false;
                 try {
+                    loggedOn = introduce(connected);
+                    doing = working.startsWith("connecting to ") ? "talking to " + server : working;
                     return work.run(connected);
                 } catch (RuntimeException e) {
                     Failures.report(err, doing, e, connected);
                     return FAILED;
+                } finally {
+                    if (loggedOn && connected.isOpen()) {
+                        try {
+                            connected.logoff();
+                        } catch (RuntimeException e) {
+                            // Closing the connection ends the logon as well.
+                        }
+                    }
                 }
             }
         });
+    }
+
+    /** Gives the server the client's name, locale and identity; true after a private logon. */
+    private boolean introduce(OpcServer connected) {
+        if (clientName != null) {
+            doing = "giving " + server + " the client name " + clientName;
+            connected.setClientName(clientName);
+        }
+        if (locale != null) {
+            doing = "setting the locale of " + server + " to " + locale;
+            connected.setLocale(localeId(spec.commandLine()));
+        }
+        if (user == null) return false;
+        doing = logon ? "logging on to " + server + " as " + user : "changing the user of " + server + " to " + user;
+        SecurityResult result = logon ? connected.logon(user, password) : connected.changeUser(user, password);
+        if (result == SecurityResult.OTHER) {
+            // The library sets the connection's security blanket first: a server in this process has none.
+            throw new Failures.Refused((logon ? "the private logon" : "the identity")
+                    + " could not be carried to the server, or the server did not take it",
+                    (logon ? "check the user and password of the server's own accounts" : "check the user (DOMAIN\\USER) and its password")
+                    + "; only a server in another process or on another host can be reached this way, so for a server"
+                    + " in this process leave out " + (logon ? "--logon, --user and --password" : "--user and --password"));
+        }
+        if (result != SecurityResult.OK) {
+            throw new HresultException(Failures.code(result),
+                    logon ? "IOPCSecurityPrivate::Logon" : "IOPCSecurityNT::ChangeUser");
+        }
+        return logon;
     }
 
     /**

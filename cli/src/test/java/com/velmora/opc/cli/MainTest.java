@@ -217,12 +217,134 @@ class MainTest {
             Future<Integer> watching = runner.submit(() -> run("watch", "--rate", "50", "Simulation.Ramp.I4"));
             long deadline = System.nanoTime() + 5_000_000_000L;
             while (outLines().size() < 2 && System.nanoTime() < deadline) Thread.sleep(10);
-            assertEquals(1, SimControl.shutdown("maintenance"));
+            // Two listeners: the command's own and the connection's loss watch.
+            assertEquals(2, SimControl.shutdown("maintenance"));
             assertEquals(Main.FAILED, watching.get(5, TimeUnit.SECONDS));
             assertEquals(List.of("opc: the server asked its clients to disconnect; stopping"),
                     errText().lines().toList());
         } finally {
             runner.shutdownNow();
+        }
+    }
+
+    @Test
+    void verboseShowsTheLibrarysTraceLinesAndWithoutItStandardErrorStaysEmpty() {
+        SimFixture.require();
+        SimControl.setWithoutBrowse(true);
+        try {
+            assertEquals(Main.OK, run("browse", "No.Such.Branch"), errText());
+            assertEquals("", errText());
+            assertEquals(Main.OK, run("--verbose", "browse", "No.Such.Branch"), errText());
+            assertTrue(errText().contains("Native:ChangeBrowsePosition Failed, Calling goRoot"), errText());
+            assertEquals(Main.OK, run("browse", "No.Such.Branch"), errText());
+            assertEquals("", errText(), "the trace ends with the command");
+        } finally {
+            SimControl.reset();
+        }
+    }
+
+    @Test
+    void identityNameAndLocaleReachTheServerAndInconsistentOnesAreUsageErrors() {
+        SimFixture.require();
+        for (String[] args : List.of(new String[] {"--password", "p", "status"}, new String[] {"--user", "u", "status"},
+                new String[] {"--logon", "status"}, new String[] {"--locale", "english", "status"})) {
+            assertEquals(Main.USAGE, run(args), String.join(" ", args));
+            assertTrue(errText().startsWith("opc: ") && errText().lines().count() == 2, errText());
+        }
+
+        SimControl.clearCalls();
+        assertEquals(Main.OK, run("--client-name", "line test", "--locale", "0x407", "status"), errText());
+        assertEquals("name=line test", SimControl.lastCallArgs("IOPCCommon::SetClientName"));
+        assertEquals("lcid=1031", SimControl.lastCallArgs("IOPCCommon::SetLocaleID"));
+
+        // A locale the server does not have: its code, from the call that failed, and nothing is read.
+        assertEquals(Main.FAILED, run("--locale", "1", "read", "Simulation.Static.I4"));
+        assertTrue(errText().startsWith("opc: setting the locale of " + Main.DEFAULT_SERVER + " to 1: "), errText());
+        assertTrue(errText().contains("error 0x80070057 (E_INVALIDARG) from IOPCCommon::SetLocaleID"), errText());
+        assertEquals(List.of(), outLines());
+
+        // In this process neither identity has a proxy to travel on: refused before the server is asked.
+        for (String[] args : List.of(new String[] {"--user", "operator", "--password", "secret", "--logon"},
+                new String[] {"--user", "plant\\operator", "--password", "secret"})) {
+            List<String> command = new ArrayList<>(List.of(args));
+            command.addAll(List.of("read", "Simulation.Static.I4"));
+            assertEquals(Main.FAILED, run(command.toArray(String[]::new)));
+            List<String> lines = errText().lines().toList();
+            assertEquals(2, lines.size(), errText());
+            assertTrue(lines.get(0).startsWith(args.length == 5 ? "opc: logging on to " + Main.DEFAULT_SERVER + " as operator: "
+                    : "opc: changing the user of " + Main.DEFAULT_SERVER + " to plant\\operator: "), errText());
+            assertTrue(lines.get(1).startsWith("  try: ") && lines.get(1).contains("leave out --"), errText());
+            assertEquals(List.of(), outLines());
+        }
+        assertEquals(0, SimControl.callCount("IOPCSecurityPrivate::Logon") + SimControl.callCount("IOPCSecurityNT::ChangeUser"));
+    }
+
+    @Test
+    void propertiesShowTheirValuesTypedAsTheirTypesSay() throws IOException {
+        SimFixture.require();
+        assertEquals(Main.OK, run("--json", "properties", "Simulation.Sine.R8", "Simulation.Array.I4"), errText());
+        Map<String, Object> sine = new LinkedHashMap<>();
+        Map<String, Object> array = new LinkedHashMap<>();
+        for (Object o : (List<?>) parse(out.toString(StandardCharsets.UTF_8))) {
+            Map<?, ?> p = (Map<?, ?>) o;
+            assertNull(p.get("error"), p::toString);
+            (p.get("item").equals("Simulation.Sine.R8") ? sine : array).put(String.valueOf(p.get("id")), p.get("value"));
+        }
+        assertEquals(5L, sine.get("1"));
+        assertInstanceOf(Double.class, sine.get("2"));
+        assertEquals(192L, sine.get("3"));
+        Instant.parse((String) sine.get("4"));
+        assertEquals(-100.0, sine.get("103"));
+        assertEquals("Simulated item Simulation.Sine.R8", sine.get("101"));
+        assertTrue(((List<?>) array.get("2")).stream().allMatch(Long.class::isInstance), array::toString);
+
+        SimControl.failNext("IOPCItemProperties::GetItemProperties", 0x80004005, 1);
+        assertEquals(Main.FAILED, run("properties", "Simulation.Static.R8"));
+        assertTrue(outLines().stream().anyMatch(l -> l.contains("error 0x80004005 (E_FAIL)")), outLines()::toString);
+        assertTrue(errText().startsWith("opc: Simulation.Static.R8 property "), errText());
+    }
+
+    @Test
+    void watchStopsWhenTheServerGoesAwayAndWithReconnectGoesOnWhenItComesBack() throws Exception {
+        SimFixture.require();
+        ExecutorService runner = Executors.newSingleThreadExecutor();
+        try {
+            out.reset();  // no lines of an earlier command count
+            Future<Integer> watching = runner.submit(() -> run("watch", "--rate", "50", "--poll", "200", "Simulation.Ramp.I4"));
+            waitFor(() -> outLines().size() >= 3);
+            SimControl.setDown(true);
+            assertEquals(Main.FAILED, watching.get(5, TimeUnit.SECONDS));
+            assertTrue(errText().matches("opc: lost the connection to " + Main.DEFAULT_SERVER + " \\(.*\\); stopping\\R"),
+                    errText());
+            SimControl.setDown(false);
+
+            out.reset();
+            err.reset();
+            Future<Integer> again = runner.submit(() -> run("watch", "--reconnect", "--rate", "50", "--poll", "200",
+                    "Simulation.Ramp.I4"));
+            waitFor(() -> outLines().size() >= 3);
+            SimControl.setDown(true);
+            waitFor(() -> errText().contains("; connecting again"));
+            Thread.sleep(500);
+            int before = outLines().size();
+            SimControl.setDown(false);
+            waitFor(() -> errText().contains("opc: connected to " + Main.DEFAULT_SERVER + " again"));
+            waitFor(() -> outLines().size() >= before + 3);
+            assertFalse(again.isDone());
+            again.cancel(true);  // Ctrl-C
+        } finally {
+            runner.shutdownNow();
+            assertTrue(runner.awaitTermination(10, TimeUnit.SECONDS));
+            SimControl.setDown(false);
+            SimControl.reset();
+        }
+    }
+
+    private void waitFor(java.util.function.BooleanSupplier condition) throws InterruptedException {
+        long deadline = System.nanoTime() + 10_000_000_000L;
+        while (!condition.getAsBoolean()) {
+            assertTrue(System.nanoTime() < deadline, () -> "timed out; out: " + out + "\nerr: " + err);
+            Thread.sleep(20);
         }
     }
 
