@@ -72,6 +72,12 @@ say "registered $(basename "$bin")/opc_sim.dll in $WINEPREFIX"
 # Task memory is counted through an IMallocSpy; Wine's BSTR cache would keep freed strings alive.
 export OANOCACHE=1
 w_bin=$(wine_path "$bin")
+# Out of process: initEnv loads opcproxy.dll and opccomn_ps.dll (built beside opc.dll) through the DLL
+# search path, which holds the PATH of Wine's processes; the out-of-process tests start opc_sim_server.exe.
+for f in opcproxy.dll opccomn_ps.dll opc_sim_server.exe; do
+    [ -f "$bin/$f" ] || die "no $bin/$f (run tools/cross-build.sh)"
+done
+export WINEPATH="$w_bin"
 classes="$(wine_path "$root/target/test-classes");$(wine_path "$root/target/classes")"
 # -XX:ActiveProcessorCount: Wine lacks the processor group query that the JVM otherwise warns about.
 jvm=("$WINE64" "$jre/bin/java.exe" -Xcheck:jni --enable-native-access=ALL-UNNAMED -XX:ActiveProcessorCount=2
@@ -102,6 +108,10 @@ fi
 if [ "$status" -ne 0 ]; then
     grep -E -A 12 '✘|MethodSource|JUnit Jupiter:.*\(.*\)$' "$log.txt" | head -n 150 >&2
     die "test failures in the Windows JVM (exit $status; log: $log.txt)"
+fi
+# Start-up of the proxy/stub modules: the JVM logs no error of initEnv.
+if grep -E 'Failed to load (opcproxy|opccomn_ps)\.dll|CoInitializeSecurity: ' "$log.txt" >&2; then
+    die "initEnv logged an error in the Windows JVM (log: $log.txt)"
 fi
 
 # Next to the Linux run: its counts from the surefire reports of the last mvn test.

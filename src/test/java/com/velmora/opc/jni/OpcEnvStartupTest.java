@@ -1,6 +1,7 @@
 package com.velmora.opc.jni;
 
 import static org.junit.jupiter.api.Assertions.*;
+import static org.junit.jupiter.api.Assumptions.assumeTrue;
 
 import com.velmora.opc.testsupport.*;
 import java.io.File;
@@ -20,6 +21,12 @@ class OpcEnvStartupTest {
         // Security before any thread has joined COM is refused; start-up goes on and a later set-up works once.
         ChildJvm.run("startup").assertPrinted("env-before-thread: [ERROR CoInitializeSecurity: 800401f0]",
                 "thread: []", "thread-again: []", "env: []", "env-again: [ERROR CoInitializeSecurity: 80010119]");
+    }
+
+    @Test
+    void underWineTheProxyStubLibrariesLoadAndRegisterWithoutAWord() {
+        assumeTrue(TestSupport.wineVersion() != null, "the proxy/stub libraries of this check are Windows modules");
+        ChildJvm.run("startup").assertPrinted("env-before-thread: []", "thread: []", "env: []", "env-again: []");
     }
 
     @Test
