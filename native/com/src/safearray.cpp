@@ -6,6 +6,7 @@
 // indices are column-major: rgIndices[0] belongs to dimension 1 and varies fastest in memory.
 #include "internal.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -129,6 +130,15 @@ void setElementType(SAFEARRAY* psa, VARTYPE vt) {
     if (psa->fFeatures & FADF_HAVEVARTYPE) *storedVartype(psa) = vt;
 }
 
+// Stops the process when psa is not a live descriptor of this runtime (foreign, or destroyed
+// already), before anything is read through it.
+void requireLive(const SAFEARRAY* psa, const char* what) {
+    if (!substrate::blockIsLive(psa, LEDGER_SAFEARRAY)) {
+        std::fprintf(stderr, "%s: %p is not a live SAFEARRAY\n", what, static_cast<const void*>(psa));
+        std::abort();
+    }
+}
+
 }  // namespace
 
 HRESULT SafeArrayAllocDescriptor(UINT cDims, SAFEARRAY** ppsaOut) {
@@ -140,7 +150,7 @@ HRESULT SafeArrayAllocDescriptor(UINT cDims, SAFEARRAY** ppsaOut) {
     if (block == nullptr) return E_OUTOFMEMORY;
     auto* psa = reinterpret_cast<SAFEARRAY*>(block + kHidden);
     psa->cDims = static_cast<USHORT>(cDims);
-    substrate::ledgerAdd(LEDGER_SAFEARRAY);
+    substrate::blockAdd(psa, LEDGER_SAFEARRAY);
     *ppsaOut = psa;
     return S_OK;
 }
@@ -181,6 +191,7 @@ SAFEARRAY* SafeArrayCreateVector(VARTYPE vt, LONG lLbound, ULONG cElements) {
 
 HRESULT SafeArrayDestroyData(SAFEARRAY* psa) {
     if (psa == nullptr) return E_INVALIDARG;
+    requireLive(psa, "SafeArrayDestroyData");
     if (__atomic_load_n(&psa->cLocks, __ATOMIC_ACQUIRE) > 0) return DISP_E_ARRAYISLOCKED;
     size_t count = 0;
     if (elementCount(psa, &count)) clearElements(psa, count);
@@ -193,9 +204,10 @@ HRESULT SafeArrayDestroyData(SAFEARRAY* psa) {
 
 HRESULT SafeArrayDestroyDescriptor(SAFEARRAY* psa) {
     if (psa == nullptr) return S_OK;
+    requireLive(psa, "SafeArrayDestroyDescriptor");
     if (__atomic_load_n(&psa->cLocks, __ATOMIC_ACQUIRE) > 0) return DISP_E_ARRAYISLOCKED;
+    substrate::blockRemove(psa, LEDGER_SAFEARRAY);
     std::free(hiddenOf(psa));
-    substrate::ledgerRemove(LEDGER_SAFEARRAY);
     return S_OK;
 }
 

@@ -52,6 +52,11 @@ TEST(LedgerDeathTest, FreeingAForeignPointerStopsTheProcess) {
     EXPECT_DEATH(CoTaskMemFree(s), "not a live task-memory block");
     void* block = CoTaskMemAlloc(16);
     EXPECT_DEATH(SysFreeString(static_cast<BSTR>(block)), "not a live BSTR");
+    SAFEARRAY* array = SafeArrayCreateVector(VT_I4, 0, 4);
+    EXPECT_DEATH(SafeArrayDestroy(reinterpret_cast<SAFEARRAY*>(block)), "not a live SAFEARRAY");
+    EXPECT_DEATH(SysFreeString(reinterpret_cast<BSTR>(array)), "not a live BSTR");
+    EXPECT_EQ(S_OK, SafeArrayDestroy(array));
+    EXPECT_DEATH(SafeArrayDestroyDescriptor(array), "not a live SAFEARRAY");
     CoTaskMemFree(block);
     SysFreeString(s);
 }
