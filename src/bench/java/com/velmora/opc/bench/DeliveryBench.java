@@ -113,6 +113,7 @@ public final class DeliveryBench {
     static final class Updates implements DataCallback {
         private final int items;
         private final long[] spreads;
+        private final long[] ends;
         final Sink.Recording firstUpdate;
         private int count;
         private long startedAt;
@@ -124,6 +125,7 @@ public final class DeliveryBench {
         Updates(int items, int maxUpdates) {
             this.items = items;
             this.spreads = new long[maxUpdates + 1];
+            this.ends = new long[maxUpdates + 1];
             this.firstUpdate = new Sink.Recording(items);
         }
 
@@ -148,6 +150,11 @@ public final class DeliveryBench {
             return spreads[update];
         }
 
+        /** When the last item of the n-th update reached the listener (System.nanoTime). */
+        long endedAt(int update) {
+            return ends[update];
+        }
+
         int failures() {
             return failures;
         }
@@ -163,7 +170,10 @@ public final class DeliveryBench {
             if (count == items) {
                 long now = System.nanoTime();
                 int done = completed + 1;
-                if (done < spreads.length) spreads[done] = now - startedAt;
+                if (done < spreads.length) {
+                    spreads[done] = now - startedAt;
+                    ends[done] = now;
+                }
                 completed = done;
                 Thread parked = waiter;
                 if (parked != null) LockSupport.unpark(parked);
