@@ -1,6 +1,6 @@
 // Shared set-up of the out-of-process tests: the proxy/stub modules and the local server registered
 // in the prefix, a server process that the test starts, kills and waits for, activation through
-// COM's local-server path, and a client sink that records every callback with its thread.
+// COM's local-server path; the client sink is the one of the in-process tests (tests/ClientSink.h).
 #pragma once
 
 #include "opc/platform.h"
@@ -8,14 +8,12 @@
 #include "ComObject.h"
 #include "ComPtr.h"
 #include "Owned.h"
+#include "../../tests/ClientSink.h"
 
 #include <tlhelp32.h>
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <condition_variable>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -144,21 +142,6 @@ inline ComPtr<IOPCServer> activate() {
     return server;
 }
 
-template <typename I>
-ComPtr<I> as(IUnknown* object, const IID& iid) {
-    ComPtr<I> out;
-    EXPECT_EQ(S_OK, object->QueryInterface(iid, out.putVoid()));
-    return out;
-}
-
-inline VARIANT r8(double value) {
-    VARIANT v;
-    VariantInit(&v);
-    v.vt = VT_R8;
-    v.dblVal = value;
-    return v;
-}
-
 // A group of the server with items added; the server and client handles in the order of the ids.
 struct Group {
     ComPtr<IUnknown> unknown;
@@ -190,74 +173,6 @@ struct Group {
             CoTaskMemFree(results.get()[i].pBlob);
         }
     }
-};
-
-// A client sink: every callback recorded with the thread it arrived on.
-class Sink final : public opc::support::ComObject<Sink, IOPCDataCallback, IOPCShutdown> {
-public:
-    struct Call {
-        std::string kind;  // "data", "read", "write", "cancel"
-        DWORD transaction;
-        DWORD thread;
-        std::vector<OPCHANDLE> clients;
-    };
-
-    void* interfaceFor(REFIID iid) {
-        if (IsEqualIID(iid, IID_IOPCDataCallback)) return static_cast<IOPCDataCallback*>(this);
-        if (IsEqualIID(iid, IID_IOPCShutdown)) return static_cast<IOPCShutdown*>(this);
-        return nullptr;
-    }
-    HRESULT STDMETHODCALLTYPE OnDataChange(DWORD tid, OPCHANDLE, HRESULT, HRESULT, DWORD n, OPCHANDLE* h, VARIANT*,
-                                           WORD*, FILETIME*, HRESULT*) override {
-        return record("data", tid, n, h);
-    }
-    HRESULT STDMETHODCALLTYPE OnReadComplete(DWORD tid, OPCHANDLE, HRESULT, HRESULT, DWORD n, OPCHANDLE* h,
-                                             VARIANT*, WORD*, FILETIME*, HRESULT*) override {
-        return record("read", tid, n, h);
-    }
-    HRESULT STDMETHODCALLTYPE OnWriteComplete(DWORD tid, OPCHANDLE, HRESULT, DWORD n, OPCHANDLE* h, HRESULT*) override {
-        return record("write", tid, n, h);
-    }
-    HRESULT STDMETHODCALLTYPE OnCancelComplete(DWORD tid, OPCHANDLE) override {
-        return record("cancel", tid, 0, nullptr);
-    }
-    HRESULT STDMETHODCALLTYPE ShutdownRequest(LPCWSTR) override { return S_OK; }
-
-    // Waits up to ten seconds for the nth call (1-based) of the kind.
-    bool waitFor(const std::string& kind, Call* out, size_t nth = 1) {
-        return wait([&](const Call& call, size_t seenOfKind) { return call.kind == kind && seenOfKind == nth; },
-                    kind, out);
-    }
-    // Waits up to ten seconds for a call of the kind with the transaction id.
-    bool waitForTransaction(const std::string& kind, DWORD transaction, Call* out) {
-        return wait([&](const Call& call, size_t) { return call.kind == kind && call.transaction == transaction; },
-                    kind, out);
-    }
-
-private:
-    // match(call, how many calls of the kind up to this one).
-    template <typename Match>
-    bool wait(Match match, const std::string& kind, Call* out) {
-        std::unique_lock<std::mutex> guard(lock_);
-        return changed_.wait_for(guard, 10s, [&] {
-            size_t seen = 0;
-            for (const Call& call : calls_) {
-                if (call.kind == kind) ++seen;
-                if (match(call, seen)) return *out = call, true;
-            }
-            return false;
-        });
-    }
-    HRESULT record(const char* kind, DWORD tid, DWORD n, OPCHANDLE* h) {
-        Call call{kind, tid, GetCurrentThreadId(), std::vector<OPCHANDLE>(h, h + n)};
-        std::lock_guard<std::mutex> guard(lock_);
-        calls_.push_back(std::move(call));
-        changed_.notify_all();
-        return S_OK;
-    }
-    std::mutex lock_;
-    std::condition_variable changed_;
-    std::vector<Call> calls_;
 };
 
 // Connects a sink to an object's connection point for the interface; the cookie (0 on failure).

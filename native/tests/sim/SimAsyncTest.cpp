@@ -23,14 +23,14 @@ TEST_F(SimTest, SubscriptionAndAsyncRequestsCompleteOnTheServerThread) {
     EXPECT_EQ(77u, call.group);
     EXPECT_EQ((std::vector<OPCHANDLE>{100, 101}), call.clients);
     EXPECT_EQ((std::vector<VARTYPE>{VT_R8, VT_ARRAY | VT_BSTR}), call.types);
-    EXPECT_NE(std::this_thread::get_id(), call.thread);
+    EXPECT_NE(GetCurrentThreadId(), call.thread);
 
     ASSERT_EQ(S_FALSE, io->Read(3, handles, 42, &cancel, errors.put()));
     EXPECT_EQ(OPC_E_INVALIDHANDLE, errors.get()[2]);
     ASSERT_TRUE(sink->waitFor("read", &call));
     EXPECT_EQ(42u, call.transaction);
     EXPECT_EQ((std::vector<HRESULT>{S_OK, S_OK}), call.errors);
-    EXPECT_NE(std::this_thread::get_id(), call.thread);
+    EXPECT_NE(GetCurrentThreadId(), call.thread);
     VARIANT value = i4(9);
     ASSERT_EQ(S_OK, io->Write(1, handles, &value, 43, &cancel, errors.put()));
     ASSERT_TRUE(sink->waitFor("write", &call));

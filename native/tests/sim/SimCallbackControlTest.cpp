@@ -31,11 +31,11 @@ TEST_F(SimTest, InlineCompletionRunsRequestsOnTheCallerBeforeTheyReturn) {
     const auto h = addItems(group.get(), {"Simulation.Static.I4", "Simulation.Static.R8"});
     auto io = as<IOPCAsyncIO2>(group.get(), IID_IOPCAsyncIO2);
     // A client that calls the group again from inside a completion must not find it locked.
-    const auto caller = std::this_thread::get_id();
+    const auto caller = GetCurrentThreadId();
     ComPtr<IConnectionPoint> point;
     DWORD cookie = 0;
     Sink* sink = connect(group.get(), IID_IOPCDataCallback, &point, &cookie, [&](const std::string& kind) {
-        if (std::this_thread::get_id() == caller && kind != "cancel") {
+        if (GetCurrentThreadId() == caller && kind != "cancel") {
             EXPECT_EQ(std::vector<HRESULT>{S_OK}, write(group.get(), {h[0]}, {i4(kind == "write" ? 11 : 12)}));
         }
     });
@@ -118,7 +118,7 @@ TEST_F(SimTest, WriteCompletionsOnDemandReachTheGroupsHoldingTheItems) {
     EXPECT_EQ(S_FALSE, first[0].masterError);
     EXPECT_EQ((std::vector<OPCHANDLE>{101, 100}), first[0].clients);
     EXPECT_EQ((std::vector<HRESULT>{E_FAIL, E_FAIL}), first[0].errors);
-    EXPECT_NE(std::this_thread::get_id(), first[0].thread);
+    EXPECT_NE(GetCurrentThreadId(), first[0].thread);
     EXPECT_EQ(1u, sinks[1]->calls("write").size());
     auto second = sinks[2]->calls("write");
     ASSERT_EQ(1u, second.size());

@@ -12,7 +12,6 @@ import java.util.Arrays;
 import java.util.List;
 import java.util.stream.IntStream;
 import org.junit.jupiter.api.Test;
-import org.junit.jupiter.api.extension.ExtendWith;
 
 /**
  * The benchmark natives measure what they claim: the floors make exactly the library's update calls
@@ -20,7 +19,6 @@ import org.junit.jupiter.api.extension.ExtendWith;
  * allocated and leave no connection behind. A floor that skipped or garbled calls would make every
  * ratio meaningless.
  */
-@ExtendWith(LedgerCheck.class)
 class BenchNativesTest {
     private static final int[] HANDLES = {7, -1, 100_000};
     private static final long[] TIMES = {-11_644_473_600_000L, 0L, 1_700_000_000_123L};

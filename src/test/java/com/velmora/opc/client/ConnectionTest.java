@@ -5,35 +5,16 @@ import static java.util.concurrent.TimeUnit.SECONDS;
 import static org.junit.jupiter.api.Assertions.*;
 
 import com.velmora.opc.jni.HresultException;
-import com.velmora.opc.testsupport.LedgerCheck;
 import com.velmora.opc.testsupport.SimControl;
-import com.velmora.opc.testsupport.SimFixture;
 import java.time.Duration;
 import java.util.*;
 import java.util.concurrent.*;
 import java.util.concurrent.atomic.AtomicInteger;
-import org.junit.jupiter.api.AfterEach;
-import org.junit.jupiter.api.BeforeEach;
 import org.junit.jupiter.api.Test;
-import org.junit.jupiter.api.extension.ExtendWith;
 
 /** The connection under concurrent use and closing, and when its server dies, asks to go, or comes back. */
-@ExtendWith(LedgerCheck.class)
-class ConnectionTest {
+class ConnectionTest extends OpenClient {
     private static final long STRESS_SECONDS = Long.getLong("opc.stress.seconds", 20);
-    private OpcClient client;
-
-    @BeforeEach
-    void simulationServer() {
-        SimFixture.require();
-        client = OpcClient.open();
-    }
-
-    @AfterEach
-    void closeClient() {
-        SimControl.setDown(false);
-        if (client != null) client.close();
-    }
 
     /** One use of the connection by a worker; every kind of call that a close can race. */
     private static void use(int kind, int i, OpcServer server, Group group, List<Item> items) throws Exception {

@@ -4,31 +4,13 @@ import static com.velmora.opc.testsupport.Codes.*;
 import static org.junit.jupiter.api.Assertions.*;
 
 import com.velmora.opc.jni.HresultException;
-import com.velmora.opc.testsupport.LedgerCheck;
 import com.velmora.opc.testsupport.SimControl;
-import com.velmora.opc.testsupport.SimFixture;
 import com.velmora.opc.testsupport.TestSupport;
 import java.util.*;
 import java.util.concurrent.*;
-import org.junit.jupiter.api.AfterEach;
-import org.junit.jupiter.api.BeforeEach;
 import org.junit.jupiter.api.Test;
-import org.junit.jupiter.api.extension.ExtendWith;
 
-@ExtendWith(LedgerCheck.class)
-class OpcClientTest {
-    private OpcClient client;
-
-    @BeforeEach
-    void simulationServer() {
-        SimFixture.require();
-        client = OpcClient.open();
-    }
-
-    @AfterEach
-    void closeClient() {
-        if (client != null) client.close();
-    }
+class OpcClientTest extends OpenClient {
 
     private static Class<?> typeOf(ItemValue v) {
         return v.value() == null ? null : v.value().getClass();

@@ -4,19 +4,12 @@ import static com.velmora.opc.testsupport.Codes.*;
 import static org.junit.jupiter.api.Assertions.*;
 
 import com.velmora.opc.jni.HresultException;
-import com.velmora.opc.testsupport.LedgerCheck;
 import com.velmora.opc.testsupport.SimControl;
-import com.velmora.opc.testsupport.SimFixture;
 import java.util.*;
 import java.util.concurrent.*;
-import org.junit.jupiter.api.AfterEach;
-import org.junit.jupiter.api.BeforeEach;
 import org.junit.jupiter.api.Test;
-import org.junit.jupiter.api.extension.ExtendWith;
 
-@ExtendWith(LedgerCheck.class)
-class SubscriptionTest {
-    private OpcClient client;
+class SubscriptionTest extends OpenClient {
 
     /** Everything a subscription delivered, with the threads it came on. */
     private static final class Listener implements SubscriptionListener {
@@ -48,18 +41,6 @@ class SubscriptionTest {
         public void onWriteComplete(int transactionId, Map<String, Integer> errors) {
             heard(writes, new Object[] {transactionId, errors, Thread.currentThread()});
         }
-    }
-
-    @BeforeEach
-    void simulationServer() {
-        SimFixture.require();
-        client = OpcClient.open();
-    }
-
-    @AfterEach
-    void closeClient() {
-        if (client != null) client.close();
-        SimControl.reset();
     }
 
     private static <T> T next(BlockingQueue<T> queue, String what) throws InterruptedException {

@@ -8,9 +8,7 @@ import com.velmora.opc.testsupport.*;
 import java.util.List;
 import java.util.Set;
 import org.junit.jupiter.api.Test;
-import org.junit.jupiter.api.extension.ExtendWith;
 
-@ExtendWith(LedgerCheck.class)
 class ComObjectClientTest {
 
     @Test

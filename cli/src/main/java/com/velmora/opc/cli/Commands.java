@@ -29,12 +29,10 @@ import java.util.concurrent.Callable;
 import java.util.concurrent.LinkedBlockingQueue;
 import picocli.CommandLine.ArgGroup;
 import picocli.CommandLine.Command;
-import picocli.CommandLine.Model.CommandSpec;
 import picocli.CommandLine.Option;
 import picocli.CommandLine.ParameterException;
 import picocli.CommandLine.Parameters;
 import picocli.CommandLine.ParentCommand;
-import picocli.CommandLine.Spec;
 
 /** The client's commands. */
 final class Commands {
@@ -161,9 +159,6 @@ final class Commands {
         @ParentCommand
         Main main;
 
-        @Spec
-        CommandSpec spec;
-
         @Parameters(paramLabel = "ITEM", arity = "0..*", description = "item ids, or - for standard input")
         List<String> items;
 
@@ -174,10 +169,10 @@ final class Commands {
 
         @Override
         public Integer call() throws InterruptedException {
-            List<String> ids = main.itemIds(spec, items);
+            List<String> ids = main.itemIds(items);
             return main.withServer(server -> {
                 Failures.ServerTexts texts = new Failures.ServerTexts(server);
-                Map<Integer, List<String>> failed = new LinkedHashMap<>();
+                Failures.Tally failed = new Failures.Tally();
                 List<Map<String, Object>> rows = new ArrayList<>();
                 Group group = null;
                 try {
@@ -214,7 +209,7 @@ final class Commands {
                                 }
                             }
                             if (error != 0) {
-                                failed.computeIfAbsent(error, c -> new ArrayList<>()).add(id + " property " + p.id());
+                                failed.add(error, id + " property " + p.id());
                                 row.put("error", ItemValues.error(error, texts));
                             }
                             rows.add(row);
@@ -238,8 +233,7 @@ final class Commands {
                     }
                     output.rows(List.of("item", "id", "description", "type", "value"), rows);
                 }
-                Failures.items(main.err, failed, texts);
-                return failed.isEmpty() ? Main.OK : Main.FAILED;
+                return failed.report(main.err, texts);
             });
         }
 
@@ -275,9 +269,6 @@ final class Commands {
         @ParentCommand
         Main main;
 
-        @Spec
-        CommandSpec spec;
-
         @ArgGroup(exclusive = true)
         Source source;
 
@@ -293,11 +284,11 @@ final class Commands {
 
         @Override
         public Integer call() throws InterruptedException {
-            if (interval < 0) throw new ParameterException(spec.commandLine(), "--interval needs 0 or more milliseconds");
-            if (count != null && count < 1) throw new ParameterException(spec.commandLine(), "--count needs 1 or more");
+            if (interval < 0) throw new ParameterException(main.command, "--interval needs 0 or more milliseconds");
+            if (count != null && count < 1) throw new ParameterException(main.command, "--count needs 1 or more");
             long reads = count != null ? count : interval > 0 ? Long.MAX_VALUE : 1;
             DataSource from = source != null && source.device ? DataSource.DEVICE : DataSource.CACHE;
-            List<String> ids = main.itemIds(spec, items);
+            List<String> ids = main.itemIds(items);
             return main.withServer(server -> {
                 main.doing = "reading from " + main.server;
                 Failures.ServerTexts texts = new Failures.ServerTexts(server);
@@ -363,8 +354,7 @@ final class Commands {
         Map<String, Object> textRow(ItemValue v) {
             Map<String, Object> row = row(v);
             if (v.isFailed()) {
-                String text = texts.of(v.error());
-                row.put("value", "error " + HresultException.describe(v.error()) + (text == null ? "" : ": " + text));
+                row.put("value", Failures.cell(v.error(), texts));
             } else if (v.value() == null) {
                 row.put("value", "(no value)");
             }
@@ -401,12 +391,11 @@ final class Commands {
 
         /** Tells what the failed items' codes mean and what to try; true when any failed. */
         boolean reportFailures(Main main, List<ItemValue> values) {
-            Map<Integer, List<String>> failed = new LinkedHashMap<>();
+            Failures.Tally failed = new Failures.Tally();
             for (ItemValue v : values) {
-                if (v.isFailed()) failed.computeIfAbsent(v.error(), c -> new ArrayList<>()).add(v.itemId());
+                if (v.isFailed()) failed.add(v.error(), v.itemId());
             }
-            Failures.items(main.err, failed, texts);
-            return !failed.isEmpty();
+            return failed.report(main.err, texts) != Main.OK;
         }
     }
 
@@ -420,9 +409,6 @@ final class Commands {
     static final class Watch implements Callable<Integer> {
         @ParentCommand
         Main main;
-
-        @Spec
-        CommandSpec spec;
 
         @Option(names = "--rate", paramLabel = "MS", description = "the update rate (default: ${DEFAULT-VALUE} ms)")
         int rate = 1000;
@@ -472,10 +458,10 @@ final class Commands {
         @Override
         @SuppressWarnings("try") // the subscription is only opened and closed
         public Integer call() throws InterruptedException {
-            if (rate < 0) throw new ParameterException(spec.commandLine(), "--rate needs 0 or more milliseconds");
-            if (count < 0) throw new ParameterException(spec.commandLine(), "--count needs 0 or more");
-            if (poll < 1) throw new ParameterException(spec.commandLine(), "--poll needs 1 or more milliseconds");
-            List<String> ids = main.itemIds(spec, items);
+            if (rate < 0) throw new ParameterException(main.command, "--rate needs 0 or more milliseconds");
+            if (count < 0) throw new ParameterException(main.command, "--count needs 0 or more");
+            if (poll < 1) throw new ParameterException(main.command, "--poll needs 1 or more milliseconds");
+            List<String> ids = main.itemIds(items);
             BlockingQueue<ItemValue> changes = new LinkedBlockingQueue<>();
             return main.withServer(options(changes), server -> {
                 main.doing = "watching items of " + main.server;
@@ -567,15 +553,12 @@ final class Commands {
         @ParentCommand
         Main main;
 
-        @Spec
-        CommandSpec spec;
-
         @Parameters(paramLabel = "ITEM VALUE", arity = "2..*", description = "pairs of item id and value")
         List<String> pairs;
 
         @Override
         public Integer call() throws InterruptedException {
-            if (pairs.size() % 2 != 0) throw new ParameterException(spec.commandLine(), "write needs pairs of ITEM VALUE");
+            if (pairs.size() % 2 != 0) throw new ParameterException(main.command, "write needs pairs of ITEM VALUE");
             return main.withServer(server -> {
                 main.doing = "writing to " + main.server;
                 List<String> ids = new ArrayList<>();
@@ -585,23 +568,20 @@ final class Commands {
                     texts.add(pairs.get(i + 1));
                 }
                 Failures.ServerTexts serverTexts = new Failures.ServerTexts(server);
-                Map<Integer, List<String>> failed = new LinkedHashMap<>();
+                Failures.Tally failed = new Failures.Tally();
                 List<Map<String, Object>> rows = new ArrayList<>();
                 try (Group group = server.addGroup("opc-cli", 1000)) {
                     List<Item> added = group.addItems(ids.toArray(String[]::new));
                     for (int i = 0; i < added.size(); i++) {
                         Item item = added.get(i);
                         int result = group.write(item, texts.get(i));
-                        if (result < 0) failed.computeIfAbsent(result, c -> new ArrayList<>()).add(item.itemId());
-                        String text = result < 0 ? serverTexts.of(result) : null;
-                        rows.add(row("item", item.itemId(), "value", texts.get(i), "result", result < 0
-                                ? "error " + HresultException.describe(result) + (text == null ? "" : ": " + text)
-                                : "written"));
+                        if (result < 0) failed.add(result, item.itemId());
+                        rows.add(row("item", item.itemId(), "value", texts.get(i),
+                                "result", result < 0 ? Failures.cell(result, serverTexts) : "written"));
                     }
                 }
                 main.output().rows(List.of("item", "value", "result"), rows);
-                Failures.items(main.err, failed, serverTexts);
-                return failed.isEmpty() ? Main.OK : Main.FAILED;
+                return failed.report(main.err, serverTexts);
             });
         }
     }

@@ -5,7 +5,9 @@ import com.velmora.opc.client.SecurityResult;
 import com.velmora.opc.jni.HresultException;
 import com.velmora.opc.jni.Remedy;
 import java.io.PrintStream;
+import java.util.ArrayList;
 import java.util.HashMap;
+import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
 import java.util.logging.Handler;
@@ -96,6 +98,27 @@ final class Failures {
         } else {
             err.println("opc: " + doing + ": " + e);
         }
+    }
+
+    /** Failed items (or their properties) by code, told together once the command has shown its rows. */
+    static final class Tally {
+        private final Map<Integer, List<String>> byCode = new LinkedHashMap<>();
+
+        void add(int code, String what) {
+            byCode.computeIfAbsent(code, c -> new ArrayList<>()).add(what);
+        }
+
+        /** Tells what the codes mean and what to try; the exit status. */
+        int report(PrintStream err, ServerTexts texts) {
+            items(err, byCode, texts);
+            return byCode.isEmpty() ? Main.OK : Main.FAILED;
+        }
+    }
+
+    /** A failure as the text forms show it in the value column: "error CODE (NAME): server's text". */
+    static String cell(int code, ServerTexts texts) {
+        String text = texts.of(code);
+        return "error " + HresultException.describe(code) + (text == null ? "" : ": " + text);
     }
 
     /**

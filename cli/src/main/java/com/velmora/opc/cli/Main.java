@@ -26,11 +26,9 @@ import picocli.AutoComplete;
 import picocli.CommandLine;
 import picocli.CommandLine.Command;
 import picocli.CommandLine.HelpCommand;
-import picocli.CommandLine.Model.CommandSpec;
 import picocli.CommandLine.Option;
 import picocli.CommandLine.ParameterException;
 import picocli.CommandLine.ScopeType;
-import picocli.CommandLine.Spec;
 
 /** The command-line client: {@code opc [OPTIONS] COMMAND [ARGS]}; {@code opc --help} lists the commands. */
 @Command(name = "opc", mixinStandardHelpOptions = true, versionProvider = Main.Version.class,
@@ -90,8 +88,9 @@ public final class Main implements Runnable {
             description = "the locale of the server's texts (e.g. 1033 or 0x409)")
     String locale;
 
-    @Spec
-    CommandSpec spec;
+    /** The whole command line, and the part of it that runs (a subcommand, or this one alone). */
+    CommandLine root;
+    CommandLine command;
 
     final PrintStream out;
     final PrintStream err;
@@ -110,7 +109,7 @@ public final class Main implements Runnable {
 
     @Override
     public void run() {
-        throw new ParameterException(spec.commandLine(), "no command given");
+        throw new ParameterException(command, "no command given");
     }
 
     public static void main(String[] args) {
@@ -145,16 +144,22 @@ public final class Main implements Runnable {
     static int run(String[] args, PrintStream out, PrintStream err, InputStream in, boolean interactive) {
         Main main = new Main(out, err, in, interactive);
         CommandLine line = new CommandLine(main);
+        main.root = line;
+        main.command = line;
         line.setOut(new PrintWriter(out, true));
         line.setErr(new PrintWriter(err, true));
         line.setParameterExceptionHandler((e, given) -> {
             err.println("opc: " + e.getMessage());
             CommandLine where = e.getCommandLine();
-            err.println("Try '" + where.getCommandSpec().qualifiedName() + " --help' for more.");
+            String name = where.getCommandName();
+            for (CommandLine up = where.getParent(); up != null; up = up.getParent()) name = up.getCommandName() + " " + name;
+            err.println("Try '" + name + " --help' for more.");
             return USAGE;
         });
         line.setExecutionStrategy(parsed -> {
-            main.check(parsed.commandSpec().commandLine());
+            List<CommandLine> lines = parsed.asCommandLineList();
+            main.command = lines.get(lines.size() - 1);
+            main.check(line);
             Logger library = LIBRARY_LOG;
             library.setLevel(main.verbose ? Level.ALL : Level.SEVERE);
             library.setUseParentHandlers(false);
@@ -285,7 +290,7 @@ public final class Main implements Runnable {
         }
         if (locale != null) {
             doing = "setting the locale of " + server + " to " + locale;
-            connected.setLocale(localeId(spec.commandLine()));
+            connected.setLocale(localeId(root));
         }
         if (user == null) return false;
         doing = logon ? "logging on to " + server + " as " + user : "changing the user of " + server + " to " + user;
@@ -309,10 +314,10 @@ public final class Main implements Runnable {
      * The item ids of a command: those given, or, for none or a single "-", those on standard input
      * (one a line; blank lines and lines starting with # are skipped).
      */
-    List<String> itemIds(CommandSpec where, List<String> given) {
+    List<String> itemIds(List<String> given) {
         if (given != null && !given.isEmpty() && !(given.size() == 1 && given.get(0).equals("-"))) return given;
         if (interactive && (given == null || given.isEmpty())) {
-            throw new ParameterException(where.commandLine(), "no item given (give item ids, or - to read them from standard input)");
+            throw new ParameterException(command, "no item given (give item ids, or - to read them from standard input)");
         }
         List<String> ids = new ArrayList<>();
         try {
@@ -324,7 +329,7 @@ public final class Main implements Runnable {
         } catch (java.io.IOException e) {
             throw new UncheckedIOException("reading item ids from standard input", e);
         }
-        if (ids.isEmpty()) throw new ParameterException(where.commandLine(), "no item given, and none on standard input");
+        if (ids.isEmpty()) throw new ParameterException(command, "no item given, and none on standard input");
         return ids;
     }
 

@@ -5,7 +5,6 @@ import static org.junit.jupiter.api.Assertions.*;
 import com.fasterxml.jackson.core.JsonFactory;
 import com.fasterxml.jackson.core.JsonParser;
 import com.fasterxml.jackson.core.JsonToken;
-import com.velmora.opc.testsupport.LedgerCheck;
 import com.velmora.opc.testsupport.SimControl;
 import com.velmora.opc.testsupport.SimFixture;
 import java.io.ByteArrayInputStream;
@@ -20,9 +19,7 @@ import java.util.List;
 import java.util.Map;
 import java.util.concurrent.*;
 import org.junit.jupiter.api.Test;
-import org.junit.jupiter.api.extension.ExtendWith;
 
-@ExtendWith(LedgerCheck.class)
 class MainTest {
     private final ByteArrayOutputStream out = new ByteArrayOutputStream();
     private final ByteArrayOutputStream err = new ByteArrayOutputStream();

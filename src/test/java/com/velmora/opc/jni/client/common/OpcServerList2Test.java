@@ -9,9 +9,7 @@ import com.velmora.opc.testsupport.*;
 import java.util.Arrays;
 import java.util.List;
 import org.junit.jupiter.api.Test;
-import org.junit.jupiter.api.extension.ExtendWith;
 
-@ExtendWith(LedgerCheck.class)
 class OpcServerList2Test {
 
     @Test

@@ -13,13 +13,11 @@ import java.util.Queue;
 import java.util.concurrent.ConcurrentLinkedQueue;
 import java.util.concurrent.atomic.AtomicInteger;
 import org.junit.jupiter.api.Test;
-import org.junit.jupiter.api.extension.ExtendWith;
 
 /**
  * One server under load from every side at once: a fast subscription delivering on the server's
  * threads while Java threads read synchronously and other groups subscribe and unsubscribe.
  */
-@ExtendWith(LedgerCheck.class)
 class ConcurrencyTest {
     private static final long RUN_MILLIS = 1500;
 

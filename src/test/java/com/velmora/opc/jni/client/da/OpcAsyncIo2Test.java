@@ -11,14 +11,12 @@ import com.velmora.opc.testsupport.LogCapture.Line;
 import java.util.Arrays;
 import java.util.List;
 import org.junit.jupiter.api.Test;
-import org.junit.jupiter.api.extension.ExtendWith;
 
 /**
  * Asynchronous requests and the native data callback: how a connection is made or refused, every
  * way it ends (each with exactly one deletion notice), the values and threads it delivers on, and
  * Java callbacks that misbehave.
  */
-@ExtendWith(LedgerCheck.class)
 class OpcAsyncIo2Test {
 
     @Test

@@ -8,9 +8,7 @@ import com.velmora.opc.testsupport.*;
 import com.velmora.opc.testsupport.LogCapture.Line;
 import java.util.List;
 import org.junit.jupiter.api.Test;
-import org.junit.jupiter.api.extension.ExtendWith;
 
-@ExtendWith(LedgerCheck.class)
 class OpcBrowseServerAddressSpaceTest {
     private static final String CHANGE = "IOPCBrowseServerAddressSpace::ChangeBrowsePosition";
     private static final String BROWSE_IDS = "IOPCBrowseServerAddressSpace::BrowseOPCItemIDs";

@@ -7,9 +7,7 @@ import com.velmora.opc.testsupport.*;
 import java.util.ArrayList;
 import java.util.List;
 import org.junit.jupiter.api.Test;
-import org.junit.jupiter.api.extension.ExtendWith;
 
-@ExtendWith(LedgerCheck.class)
 class OpcBrowseTest {
     private static final String BROWSE = "IOPCBrowse::Browse";
 

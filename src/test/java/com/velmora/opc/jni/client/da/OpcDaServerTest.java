@@ -12,9 +12,7 @@ import com.velmora.opc.testsupport.*;
 import com.velmora.opc.testsupport.LogCapture.Line;
 import java.util.List;
 import org.junit.jupiter.api.Test;
-import org.junit.jupiter.api.extension.ExtendWith;
 
-@ExtendWith(LedgerCheck.class)
 class OpcDaServerTest {
 
     @Test

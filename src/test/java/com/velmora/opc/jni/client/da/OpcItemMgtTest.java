@@ -7,9 +7,7 @@ import static org.junit.jupiter.api.Assertions.*;
 import com.velmora.opc.testsupport.*;
 import java.util.List;
 import org.junit.jupiter.api.Test;
-import org.junit.jupiter.api.extension.ExtendWith;
 
-@ExtendWith(LedgerCheck.class)
 class OpcItemMgtTest {
 
     private static int handle(Recorder results, int index) {

@@ -13,9 +13,7 @@ import java.math.BigDecimal;
 import java.util.Arrays;
 import java.util.List;
 import org.junit.jupiter.api.Test;
-import org.junit.jupiter.api.extension.ExtendWith;
 
-@ExtendWith(LedgerCheck.class)
 class OpcSyncIoTest {
 
     /** What the write listener hears of a synchronous write. */
