@@ -5,6 +5,7 @@
 #include <jni.h>
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "OpcEnv.h"
@@ -21,7 +22,7 @@ enum class ArrayParse {
 
 // The array VARIANT of an 8-bit value text: one element per comma-separated token (empty tokens
 // kept), lower bound 0. Fills out (which must hold nothing) only when the answer is Converted.
-ArrayParse parseArray(const std::string& text, VARTYPE type, VARIANT& out);
+ArrayParse parseArray(std::string_view text, VARTYPE type, VARIANT& out);
 
 namespace OpcEnv {
 
