@@ -72,6 +72,37 @@ void throwIllegalState(JNIEnv* env, const char* message) {
     if (cls != nullptr) env->ThrowNew(cls, message);
 }
 
+// The update calls of one read per round on the calling thread: numeric ones when numbers are given,
+// else string ones made from the texts.
+jlongArray callingThreadFloor(JNIEnv* env, jobject receiver, jintArray handles, jdoubleArray numbers,
+                              jobjectArray texts, jlongArray times, jintArray qualities, jintArray errors,
+                              jboolean synchronous, jint rounds) {
+    Calls calls;
+    UpdateIds ids;
+    if (!prepare(env, receiver, handles, numbers, texts, times, qualities, errors, &calls, &ids)) return nullptr;
+    if (numbers != nullptr)
+        return timeRounds(env, rounds, [&] { return numericRound(env, receiver, ids.numeric, calls, synchronous); });
+    return timeRounds(env, rounds, [&] { return stringRound(env, receiver, ids.string, calls, synchronous); });
+}
+
+// Takes the pending exception of a native thread as a global reference, to be thrown again on the
+// calling thread by rethrow.
+jobject carryException(JNIEnv* threadEnv) {
+    jthrowable local = threadEnv->ExceptionOccurred();
+    threadEnv->ExceptionClear();
+    jobject carried = threadEnv->NewGlobalRef(local);
+    threadEnv->DeleteLocalRef(local);
+    return carried;
+}
+
+// Throws and deletes the carried exception; false when there is none.
+bool rethrow(JNIEnv* env, jobject carried) {
+    if (carried == nullptr) return false;
+    env->Throw(static_cast<jthrowable>(carried));
+    env->DeleteGlobalRef(carried);
+    return true;
+}
+
 // Runs `body(env)` on a new native thread attached to the virtual machine once for the whole body.
 // False when the thread could not be attached.
 template <typename Body>
@@ -95,19 +126,13 @@ extern "C" {
 JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_numericFloor(
     JNIEnv* env, jclass, jobject receiver, jintArray handles, jdoubleArray numbers, jlongArray times,
     jintArray qualities, jintArray errors, jboolean synchronous, jint rounds) {
-    Calls calls;
-    UpdateIds ids;
-    if (!prepare(env, receiver, handles, numbers, nullptr, times, qualities, errors, &calls, &ids)) return nullptr;
-    return timeRounds(env, rounds, [&] { return numericRound(env, receiver, ids.numeric, calls, synchronous); });
+    return callingThreadFloor(env, receiver, handles, numbers, nullptr, times, qualities, errors, synchronous, rounds);
 }
 
 JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_stringFloor(
     JNIEnv* env, jclass, jobject receiver, jintArray handles, jobjectArray texts, jlongArray times,
     jintArray qualities, jintArray errors, jboolean synchronous, jint rounds) {
-    Calls calls;
-    UpdateIds ids;
-    if (!prepare(env, receiver, handles, nullptr, texts, times, qualities, errors, &calls, &ids)) return nullptr;
-    return timeRounds(env, rounds, [&] { return stringRound(env, receiver, ids.string, calls, synchronous); });
+    return callingThreadFloor(env, receiver, handles, nullptr, texts, times, qualities, errors, synchronous, rounds);
 }
 
 // The floor of a data change: the numeric update calls (synchronous flag false) from a native thread
@@ -128,17 +153,10 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_attachedThr
         if (timeRounds(rounds, [&] { return numericRound(threadEnv, shared, ids.numeric, calls, kAsynchronous); },
                        &nanos))
             return;
-        jthrowable local = threadEnv->ExceptionOccurred();
-        threadEnv->ExceptionClear();
-        thrown = threadEnv->NewGlobalRef(local);
-        threadEnv->DeleteLocalRef(local);
+        thrown = carryException(threadEnv);
     });
     env->DeleteGlobalRef(shared);
-    if (thrown != nullptr) {
-        env->Throw(static_cast<jthrowable>(thrown));
-        env->DeleteGlobalRef(thrown);
-        return nullptr;
-    }
+    if (rethrow(env, thrown)) return nullptr;
     if (!attached) {
         throwIllegalState(env, "AttachCurrentThread failed");
         return nullptr;
@@ -172,22 +190,14 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_callbackFlo
                 break;
             }
             auto* threadEnv = static_cast<JNIEnv*>(attached);
-            if (!numericRound(threadEnv, shared, ids.numeric, calls, kAsynchronous)) {
-                jthrowable local = threadEnv->ExceptionOccurred();
-                threadEnv->ExceptionClear();
-                thrown = threadEnv->NewGlobalRef(local);
-                threadEnv->DeleteLocalRef(local);
-            }
+            if (!numericRound(threadEnv, shared, ids.numeric, calls, kAsynchronous))
+                thrown = carryException(threadEnv);
             vm->DetachCurrentThread();
             nanos.push_back(nowNanos() - start);
         }
     }).join();
     env->DeleteGlobalRef(shared);
-    if (thrown != nullptr) {
-        env->Throw(static_cast<jthrowable>(thrown));
-        env->DeleteGlobalRef(thrown);
-        return nullptr;
-    }
+    if (rethrow(env, thrown)) return nullptr;
     if (failed) {
         throwIllegalState(env, "AttachCurrentThread failed");
         return nullptr;

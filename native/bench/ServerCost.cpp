@@ -92,6 +92,14 @@ private:
 constexpr int kTimeoutMs = 10000;
 constexpr DWORD kFirstTransaction = 0x5000;
 
+// The server handles of a Java int array (none for a null array).
+std::vector<OPCHANDLE> handlesOf(JNIEnv* env, jintArray serverHandles) {
+    const jsize count = serverHandles != nullptr ? env->GetArrayLength(serverHandles) : 0;
+    std::vector<OPCHANDLE> handles(static_cast<size_t>(count));
+    if (count > 0) env->GetIntArrayRegion(serverHandles, 0, count, reinterpret_cast<jint*>(handles.data()));
+    return handles;
+}
+
 }  // namespace
 
 extern "C" {
@@ -104,9 +112,8 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_serverRead(
         throwIllegalArgument(env, "no IOPCSyncIO handle or no server handles");
         return nullptr;
     }
-    const jsize count = env->GetArrayLength(serverHandles);
-    std::vector<OPCHANDLE> handles(static_cast<size_t>(count));
-    env->GetIntArrayRegion(serverHandles, 0, count, reinterpret_cast<jint*>(handles.data()));
+    std::vector<OPCHANDLE> handles = handlesOf(env, serverHandles);
+    const auto count = static_cast<jsize>(handles.size());
     IOPCSyncIO* io = fromHandle<IOPCSyncIO>(syncIo);
     std::vector<int64_t> nanos;
     for (jint r = 0; r < rounds; ++r) {
@@ -134,9 +141,8 @@ JNIEXPORT void JNICALL Java_com_velmora_opc_bench_BenchNatives_writeNumbers(JNIE
         throwIllegalArgument(env, "no IOPCSyncIO handle or no server handles");
         return;
     }
-    const jsize count = env->GetArrayLength(serverHandles);
-    std::vector<OPCHANDLE> handles(static_cast<size_t>(count));
-    env->GetIntArrayRegion(serverHandles, 0, count, reinterpret_cast<jint*>(handles.data()));
+    std::vector<OPCHANDLE> handles = handlesOf(env, serverHandles);
+    const auto count = static_cast<jsize>(handles.size());
     std::vector<VARIANT> values(static_cast<size_t>(count));
     for (jsize i = 0; i < count; ++i) {
         values[static_cast<size_t>(i)].vt = VT_R8;
@@ -219,13 +225,6 @@ jlongArray timeCompletions(JNIEnv* env, jlong asyncIo, jint expected, jint round
         return nullptr;
     }
     return toJava(env, nanos);
-}
-
-std::vector<OPCHANDLE> handlesOf(JNIEnv* env, jintArray serverHandles) {
-    const jsize count = serverHandles != nullptr ? env->GetArrayLength(serverHandles) : 0;
-    std::vector<OPCHANDLE> handles(static_cast<size_t>(count));
-    if (count > 0) env->GetIntArrayRegion(serverHandles, 0, count, reinterpret_cast<jint*>(handles.data()));
-    return handles;
 }
 
 // The VARIANTs of value texts, cleared at scope end.

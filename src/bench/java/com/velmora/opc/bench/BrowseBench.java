@@ -54,11 +54,7 @@ public final class BrowseBench {
     }
 
     private static void report(String path, int elements, Rounds[] measured) {
-        double total = measured[0].perItem(elements);
-        double server = measured[1].perItem(elements);
-        double floor = measured[2].perItem(elements);
-        System.out.printf("  %-34s  total %s  server %s  floor %s  ratio %s%n", path, Rounds.fixed(total),
-                Rounds.fixed(server), Rounds.fixed(floor), Rounds.ratioText(Rounds.ratio(total, server, floor)));
+        Rounds.report(String.format("%-34s", path), elements, measured);
     }
 
     /** {total, server, floor} rounds through IOPCBrowse (da3) or IOPCBrowseServerAddressSpace. */

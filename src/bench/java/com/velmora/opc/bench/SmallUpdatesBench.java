@@ -92,7 +92,7 @@ public final class SmallUpdatesBench {
     }
 
     /** Counts the items of each update (size update calls in a row) and records the first update. */
-    private static final class Listener extends Sink.Quiet {
+    private static final class Listener extends QuietCallback {
         final Sink.Recording first;
         private final int size;
         private int count;
