@@ -2,6 +2,9 @@
 // Each makes exactly the update calls that the library's natives make for one read or one data
 // change, with the same arguments, and nothing else; the times are per round of all items.
 #include <atomic>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
 #include <thread>
 
 #include "Calls.h"
@@ -103,6 +106,42 @@ bool rethrow(JNIEnv* env, jobject carried) {
     return true;
 }
 
+// One native thread that lives as long as the process and runs the jobs given to it one at a time,
+// as a server's callback thread runs its callbacks: a floor that is called once per update then
+// attaches the same thread every time, as the server's thread is attached by the library.
+class FloorThread {
+public:
+    static FloorThread& instance() {
+        static FloorThread* thread = new FloorThread;  // never destroyed: its thread runs until exit
+        return *thread;
+    }
+
+    // Runs the job on the thread and waits for its end.
+    void run(const std::function<void()>& job) {
+        std::unique_lock<std::mutex> guard(lock_);
+        job_ = &job;
+        ready_.notify_all();
+        ready_.wait(guard, [&] { return job_ == nullptr; });
+    }
+
+private:
+    FloorThread() {
+        std::thread([this] {
+            std::unique_lock<std::mutex> guard(lock_);
+            for (;;) {
+                ready_.wait(guard, [&] { return job_ != nullptr; });
+                (*job_)();
+                job_ = nullptr;
+                ready_.notify_all();
+            }
+        }).detach();
+    }
+
+    std::mutex lock_;
+    std::condition_variable ready_;
+    const std::function<void()>* job_ = nullptr;
+};
+
 // Runs `body(env)` on a new native thread attached to the virtual machine once for the whole body.
 // False when the thread could not be attached.
 template <typename Body>
@@ -164,8 +203,8 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_attachedThr
     return toJava(env, nanos);
 }
 
-// The floor of a whole callback: per round, one native thread (the same for all rounds, as a server's
-// callback thread) attaches to the virtual machine, makes the numeric update calls (synchronous flag
+// The floor of a whole callback: per round, one native thread (the same for all rounds and all calls,
+// as a server's callback thread) attaches to the virtual machine, makes the numeric update calls (synchronous flag
 // false) and detaches; the round's time covers all three.
 JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_callbackFloor(
     JNIEnv* env, jclass, jobject receiver, jintArray handles, jdoubleArray numbers, jlongArray times,
@@ -181,7 +220,7 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_callbackFlo
     nanos.reserve(static_cast<size_t>(rounds > 0 ? rounds : 0));
     jobject thrown = nullptr;  // global: the receiver's exception, carried over to this thread
     bool failed = false;
-    std::thread([&] {
+    FloorThread::instance().run([&] {
         for (jint r = 0; r < rounds && !failed && thrown == nullptr; ++r) {
             const int64_t start = nowNanos();
             void* attached = nullptr;
@@ -195,7 +234,7 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_callbackFlo
             vm->DetachCurrentThread();
             nanos.push_back(nowNanos() - start);
         }
-    }).join();
+    });
     env->DeleteGlobalRef(shared);
     if (rethrow(env, thrown)) return nullptr;
     if (failed) {

@@ -384,15 +384,30 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_serverBrows
 }
 
 // Per round: IOPCBrowseServerAddressSpace::ChangeBrowsePosition to the branch, BrowseOPCItemIDs of
-// its leaves, and per name IEnumString::Next of one string and GetItemID; every string freed. The
+// its leaves, and per name IEnumString::Next of one string and GetItemID; every string freed. With a
+// receiver (an address-space collector), each name and item id also goes to its add(name, itemId) as
+// two new Strings: the server calls and the floor's calls made together, from native code. The
 // result holds rounds + 1 values, the last one the name count of the last round.
 JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_serverBrowseItemIds(JNIEnv* env, jclass,
                                                                                        jlong browser, jstring path,
+                                                                                       jobject receiver,
                                                                                        jint rounds) {
     if (browser == 0 || path == nullptr) {
         throwIllegalArgument(env, "no IOPCBrowseServerAddressSpace handle or no path");
         return nullptr;
     }
+    jmethodID add = nullptr;
+    if (receiver != nullptr) {
+        jclass cls = env->GetObjectClass(receiver);
+        add = env->GetMethodID(cls, "add", "(Ljava/lang/String;Ljava/lang/String;)V");
+        env->DeleteLocalRef(cls);
+        if (add == nullptr) return nullptr;
+    }
+    const auto newString = [env](LPCWSTR text) {
+        jsize length = 0;
+        while (text[length] != 0) ++length;
+        return env->NewString(reinterpret_cast<const jchar*>(text), length);
+    };
     const jsize length = env->GetStringLength(path);
     std::u16string branch(static_cast<size_t>(length), u'\0');
     env->GetStringRegion(path, 0, length, reinterpret_cast<jchar*>(branch.data()));
@@ -417,8 +432,16 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_serverBrows
             if (fetched != 1) break;
             LPWSTR itemId = nullptr;
             space->GetItemID(name, &itemId);
+            if (add != nullptr) {
+                jstring javaName = newString(name);
+                jstring javaId = itemId != nullptr ? newString(itemId) : nullptr;
+                env->CallVoidMethod(receiver, add, javaName, javaId);
+                env->DeleteLocalRef(javaName);
+                env->DeleteLocalRef(javaId);
+            }
             CoTaskMemFree(itemId);
             CoTaskMemFree(name);
+            if (env->ExceptionCheck()) return nullptr;
             ++names;
         }
         nanos.push_back(nowNanos() - start);
