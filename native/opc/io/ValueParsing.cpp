@@ -98,45 +98,24 @@ bool forEachToken(std::string_view text, Each&& each) {
     }
 }
 
-// The elements of a one-dimensional array written in place between SafeArrayAccessData and
-// SafeArrayUnaccessData.
-template <typename Element>
-class ElementsOf {
-public:
-    explicit ElementsOf(SAFEARRAY* array) noexcept : array_(array) {
-        if (FAILED(SafeArrayAccessData(array_, &data_))) data_ = nullptr;
-    }
-    ~ElementsOf() {
-        if (data_ != nullptr) SafeArrayUnaccessData(array_);
-    }
-    ElementsOf(const ElementsOf&) = delete;
-    ElementsOf& operator=(const ElementsOf&) = delete;
-    Element* get() const noexcept { return static_cast<Element*>(data_); }
-
-private:
-    SAFEARRAY* array_;
-    void* data_ = nullptr;
-};
+// Element i of the array made from token i by make(token, element), in place; false as soon as make
+// answers false.
+template <typename Element, typename Make>
+bool putEach(SAFEARRAY* array, std::string_view text, Make&& make) {
+    const support::ArrayData data(array);
+    Element* const elements = data.elements<Element>();
+    if (elements == nullptr) return false;
+    return forEachToken(text, [&](LONG i, std::string_view token) { return make(token, elements[i]); });
+}
 
 // Element i from token i, read as Read and stored as Element; a value above limit fails.
 template <typename Element, typename Read = Element>
 bool putNumbers(SAFEARRAY* array, std::string_view text, Read limit = std::numeric_limits<Read>::max()) {
-    const ElementsOf<Element> elements(array);
-    if (elements.get() == nullptr) return false;
     NumberReader reader;
-    return forEachToken(text, [&](LONG i, std::string_view token) {
+    return putEach<Element>(array, text, [&](std::string_view token, Element& element) {
         Read read{};
         if (!reader.read(token, read) || read > limit) return false;
-        elements.get()[i] = static_cast<Element>(read);
-        return true;
-    });
-}
-
-bool putBooleans(SAFEARRAY* array, std::string_view text) {
-    const ElementsOf<VARIANT_BOOL> elements(array);
-    if (elements.get() == nullptr) return false;
-    return forEachToken(text, [&](LONG i, std::string_view token) {
-        elements.get()[i] = token == "true" ? VARIANT_TRUE : VARIANT_FALSE;
+        element = static_cast<Element>(read);
         return true;
     });
 }
@@ -151,20 +130,18 @@ support::Bstr widen(std::string_view token) {
     return text;
 }
 
-// Each element the BSTR of its token (null when none can be made); the array owns them.
-bool putStrings(SAFEARRAY* array, std::string_view text) {
-    const ElementsOf<BSTR> elements(array);
-    if (elements.get() == nullptr) return false;
-    return forEachToken(text, [&](LONG i, std::string_view token) {
-        elements.get()[i] = widen(token).release();
-        return true;
-    });
-}
-
 bool putElements(SAFEARRAY* array, VARTYPE element, std::string_view text) {
     switch (element) {
-        case VT_BSTR: return putStrings(array, text);
-        case VT_BOOL: return putBooleans(array, text);
+        case VT_BSTR:  // each element the BSTR of its token (null when none can be made); the array owns them
+            return putEach<BSTR>(array, text, [](std::string_view token, BSTR& element) {
+                element = widen(token).release();
+                return true;
+            });
+        case VT_BOOL:
+            return putEach<VARIANT_BOOL>(array, text, [](std::string_view token, VARIANT_BOOL& element) {
+                element = token == "true" ? VARIANT_TRUE : VARIANT_FALSE;
+                return true;
+            });
         case VT_I2: return putNumbers<SHORT, std::int16_t>(array, text);
         case VT_I4: return putNumbers<LONG, std::int32_t>(array, text);
         case VT_R4: return putNumbers<FLOAT, float>(array, text);
@@ -256,13 +233,7 @@ BSTR newBstr(JNIEnv* env, jstring value) {
 
 }  // namespace
 
-void toVariant(JNIEnv* env, VARIANT& out, VARTYPE type, jstring value) {
-    if (type == VT_BSTR) {
-        out.vt = VT_BSTR;
-        out.bstrVal = newBstr(env, value);  // a null text gives a null BSTR, read as ""
-        return;
-    }
-    if (value == nullptr) return;
+ArrayParse parseArray(JNIEnv* env, jstring value, VARTYPE type, VARIANT& out) {
     // The low byte of each UTF-16 unit up to the first U+0000, as the narrow copy of the text;
     // texts of up to kShort units are copied on the stack.
     constexpr jsize kShort = 256;
@@ -282,7 +253,16 @@ void toVariant(JNIEnv* env, VARIANT& out, VARTYPE type, jstring value) {
     env->GetStringRegion(value, 0, length, units);
     jsize end = 0;
     for (; end < length && units[end] != 0; ++end) bytes[end] = static_cast<char>(units[end] & 0xFF);
-    if (parseArray(std::string_view(bytes, static_cast<size_t>(end)), type, out) == ArrayParse::CannotCreate)
+    return opc::parseArray(std::string_view(bytes, static_cast<size_t>(end)), type, out);
+}
+
+void toVariant(JNIEnv* env, VARIANT& out, VARTYPE type, jstring value) {
+    if (type == VT_BSTR) {
+        out.vt = VT_BSTR;
+        out.bstrVal = newBstr(env, value);  // a null text gives a null BSTR, read as ""
+        return;
+    }
+    if (value != nullptr && parseArray(env, value, type, out) == ArrayParse::CannotCreate)
         logTrace(env, arrayKind(type)->cannotCreate);
 }
 

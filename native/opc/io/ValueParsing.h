@@ -30,6 +30,10 @@ namespace OpcEnv {
 // pieces count only when keepEmpty is set.
 size_t split(const std::string& text, std::vector<std::string>& tokens, char delimiter, bool keepEmpty);
 
+// parseArray of a Java string's text: the low byte of each UTF-16 unit before the first U+0000 (the
+// string must not be null).
+ArrayParse parseArray(JNIEnv* env, jstring value, VARTYPE type, VARIANT& out);
+
 // VT_BSTR from the whole text, or one of the nine array types from its comma-separated list. Leaves
 // out untouched when the type has no conversion or the text does not convert.
 void toVariant(JNIEnv* env, VARIANT& out, VARTYPE type, jstring value);
