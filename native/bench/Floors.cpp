@@ -2,6 +2,9 @@
 // Each makes exactly the update calls that the library's natives make for one read or one data
 // change, with the same arguments, and nothing else; the times are per round of all items.
 #include <atomic>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
 #include <thread>
 
 #include "Calls.h"
@@ -72,6 +75,73 @@ void throwIllegalState(JNIEnv* env, const char* message) {
     if (cls != nullptr) env->ThrowNew(cls, message);
 }
 
+// The update calls of one read per round on the calling thread: numeric ones when numbers are given,
+// else string ones made from the texts.
+jlongArray callingThreadFloor(JNIEnv* env, jobject receiver, jintArray handles, jdoubleArray numbers,
+                              jobjectArray texts, jlongArray times, jintArray qualities, jintArray errors,
+                              jboolean synchronous, jint rounds) {
+    Calls calls;
+    UpdateIds ids;
+    if (!prepare(env, receiver, handles, numbers, texts, times, qualities, errors, &calls, &ids)) return nullptr;
+    if (numbers != nullptr)
+        return timeRounds(env, rounds, [&] { return numericRound(env, receiver, ids.numeric, calls, synchronous); });
+    return timeRounds(env, rounds, [&] { return stringRound(env, receiver, ids.string, calls, synchronous); });
+}
+
+// Takes the pending exception of a native thread as a global reference, to be thrown again on the
+// calling thread by rethrow.
+jobject carryException(JNIEnv* threadEnv) {
+    jthrowable local = threadEnv->ExceptionOccurred();
+    threadEnv->ExceptionClear();
+    jobject carried = threadEnv->NewGlobalRef(local);
+    threadEnv->DeleteLocalRef(local);
+    return carried;
+}
+
+// Throws and deletes the carried exception; false when there is none.
+bool rethrow(JNIEnv* env, jobject carried) {
+    if (carried == nullptr) return false;
+    env->Throw(static_cast<jthrowable>(carried));
+    env->DeleteGlobalRef(carried);
+    return true;
+}
+
+// One native thread that lives as long as the process and runs the jobs given to it one at a time,
+// as a server's callback thread runs its callbacks: a floor that is called once per update then
+// attaches the same thread every time, as the server's thread is attached by the library.
+class FloorThread {
+public:
+    static FloorThread& instance() {
+        static FloorThread* thread = new FloorThread;  // never destroyed: its thread runs until exit
+        return *thread;
+    }
+
+    // Runs the job on the thread and waits for its end.
+    void run(const std::function<void()>& job) {
+        std::unique_lock<std::mutex> guard(lock_);
+        job_ = &job;
+        ready_.notify_all();
+        ready_.wait(guard, [&] { return job_ == nullptr; });
+    }
+
+private:
+    FloorThread() {
+        std::thread([this] {
+            std::unique_lock<std::mutex> guard(lock_);
+            for (;;) {
+                ready_.wait(guard, [&] { return job_ != nullptr; });
+                (*job_)();
+                job_ = nullptr;
+                ready_.notify_all();
+            }
+        }).detach();
+    }
+
+    std::mutex lock_;
+    std::condition_variable ready_;
+    const std::function<void()>* job_ = nullptr;
+};
+
 // Runs `body(env)` on a new native thread attached to the virtual machine once for the whole body.
 // False when the thread could not be attached.
 template <typename Body>
@@ -95,19 +165,13 @@ extern "C" {
 JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_numericFloor(
     JNIEnv* env, jclass, jobject receiver, jintArray handles, jdoubleArray numbers, jlongArray times,
     jintArray qualities, jintArray errors, jboolean synchronous, jint rounds) {
-    Calls calls;
-    UpdateIds ids;
-    if (!prepare(env, receiver, handles, numbers, nullptr, times, qualities, errors, &calls, &ids)) return nullptr;
-    return timeRounds(env, rounds, [&] { return numericRound(env, receiver, ids.numeric, calls, synchronous); });
+    return callingThreadFloor(env, receiver, handles, numbers, nullptr, times, qualities, errors, synchronous, rounds);
 }
 
 JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_stringFloor(
     JNIEnv* env, jclass, jobject receiver, jintArray handles, jobjectArray texts, jlongArray times,
     jintArray qualities, jintArray errors, jboolean synchronous, jint rounds) {
-    Calls calls;
-    UpdateIds ids;
-    if (!prepare(env, receiver, handles, nullptr, texts, times, qualities, errors, &calls, &ids)) return nullptr;
-    return timeRounds(env, rounds, [&] { return stringRound(env, receiver, ids.string, calls, synchronous); });
+    return callingThreadFloor(env, receiver, handles, nullptr, texts, times, qualities, errors, synchronous, rounds);
 }
 
 // The floor of a data change: the numeric update calls (synchronous flag false) from a native thread
@@ -128,17 +192,10 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_attachedThr
         if (timeRounds(rounds, [&] { return numericRound(threadEnv, shared, ids.numeric, calls, kAsynchronous); },
                        &nanos))
             return;
-        jthrowable local = threadEnv->ExceptionOccurred();
-        threadEnv->ExceptionClear();
-        thrown = threadEnv->NewGlobalRef(local);
-        threadEnv->DeleteLocalRef(local);
+        thrown = carryException(threadEnv);
     });
     env->DeleteGlobalRef(shared);
-    if (thrown != nullptr) {
-        env->Throw(static_cast<jthrowable>(thrown));
-        env->DeleteGlobalRef(thrown);
-        return nullptr;
-    }
+    if (rethrow(env, thrown)) return nullptr;
     if (!attached) {
         throwIllegalState(env, "AttachCurrentThread failed");
         return nullptr;
@@ -146,8 +203,8 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_attachedThr
     return toJava(env, nanos);
 }
 
-// The floor of a whole callback: per round, one native thread (the same for all rounds, as a server's
-// callback thread) attaches to the virtual machine, makes the numeric update calls (synchronous flag
+// The floor of a whole callback: per round, one native thread (the same for all rounds and all calls,
+// as a server's callback thread) attaches to the virtual machine, makes the numeric update calls (synchronous flag
 // false) and detaches; the round's time covers all three.
 JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_callbackFloor(
     JNIEnv* env, jclass, jobject receiver, jintArray handles, jdoubleArray numbers, jlongArray times,
@@ -163,7 +220,7 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_callbackFlo
     nanos.reserve(static_cast<size_t>(rounds > 0 ? rounds : 0));
     jobject thrown = nullptr;  // global: the receiver's exception, carried over to this thread
     bool failed = false;
-    std::thread([&] {
+    FloorThread::instance().run([&] {
         for (jint r = 0; r < rounds && !failed && thrown == nullptr; ++r) {
             const int64_t start = nowNanos();
             void* attached = nullptr;
@@ -172,22 +229,14 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_callbackFlo
                 break;
             }
             auto* threadEnv = static_cast<JNIEnv*>(attached);
-            if (!numericRound(threadEnv, shared, ids.numeric, calls, kAsynchronous)) {
-                jthrowable local = threadEnv->ExceptionOccurred();
-                threadEnv->ExceptionClear();
-                thrown = threadEnv->NewGlobalRef(local);
-                threadEnv->DeleteLocalRef(local);
-            }
+            if (!numericRound(threadEnv, shared, ids.numeric, calls, kAsynchronous))
+                thrown = carryException(threadEnv);
             vm->DetachCurrentThread();
             nanos.push_back(nowNanos() - start);
         }
-    }).join();
+    });
     env->DeleteGlobalRef(shared);
-    if (thrown != nullptr) {
-        env->Throw(static_cast<jthrowable>(thrown));
-        env->DeleteGlobalRef(thrown);
-        return nullptr;
-    }
+    if (rethrow(env, thrown)) return nullptr;
     if (failed) {
         throwIllegalState(env, "AttachCurrentThread failed");
         return nullptr;

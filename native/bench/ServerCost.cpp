@@ -92,6 +92,14 @@ private:
 constexpr int kTimeoutMs = 10000;
 constexpr DWORD kFirstTransaction = 0x5000;
 
+// The server handles of a Java int array (none for a null array).
+std::vector<OPCHANDLE> handlesOf(JNIEnv* env, jintArray serverHandles) {
+    const jsize count = serverHandles != nullptr ? env->GetArrayLength(serverHandles) : 0;
+    std::vector<OPCHANDLE> handles(static_cast<size_t>(count));
+    if (count > 0) env->GetIntArrayRegion(serverHandles, 0, count, reinterpret_cast<jint*>(handles.data()));
+    return handles;
+}
+
 }  // namespace
 
 extern "C" {
@@ -104,9 +112,8 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_serverRead(
         throwIllegalArgument(env, "no IOPCSyncIO handle or no server handles");
         return nullptr;
     }
-    const jsize count = env->GetArrayLength(serverHandles);
-    std::vector<OPCHANDLE> handles(static_cast<size_t>(count));
-    env->GetIntArrayRegion(serverHandles, 0, count, reinterpret_cast<jint*>(handles.data()));
+    std::vector<OPCHANDLE> handles = handlesOf(env, serverHandles);
+    const auto count = static_cast<jsize>(handles.size());
     IOPCSyncIO* io = fromHandle<IOPCSyncIO>(syncIo);
     std::vector<int64_t> nanos;
     for (jint r = 0; r < rounds; ++r) {
@@ -134,9 +141,8 @@ JNIEXPORT void JNICALL Java_com_velmora_opc_bench_BenchNatives_writeNumbers(JNIE
         throwIllegalArgument(env, "no IOPCSyncIO handle or no server handles");
         return;
     }
-    const jsize count = env->GetArrayLength(serverHandles);
-    std::vector<OPCHANDLE> handles(static_cast<size_t>(count));
-    env->GetIntArrayRegion(serverHandles, 0, count, reinterpret_cast<jint*>(handles.data()));
+    std::vector<OPCHANDLE> handles = handlesOf(env, serverHandles);
+    const auto count = static_cast<jsize>(handles.size());
     std::vector<VARIANT> values(static_cast<size_t>(count));
     for (jsize i = 0; i < count; ++i) {
         values[static_cast<size_t>(i)].vt = VT_R8;
@@ -219,13 +225,6 @@ jlongArray timeCompletions(JNIEnv* env, jlong asyncIo, jint expected, jint round
         return nullptr;
     }
     return toJava(env, nanos);
-}
-
-std::vector<OPCHANDLE> handlesOf(JNIEnv* env, jintArray serverHandles) {
-    const jsize count = serverHandles != nullptr ? env->GetArrayLength(serverHandles) : 0;
-    std::vector<OPCHANDLE> handles(static_cast<size_t>(count));
-    if (count > 0) env->GetIntArrayRegion(serverHandles, 0, count, reinterpret_cast<jint*>(handles.data()));
-    return handles;
 }
 
 // The VARIANTs of value texts, cleared at scope end.
@@ -385,15 +384,30 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_serverBrows
 }
 
 // Per round: IOPCBrowseServerAddressSpace::ChangeBrowsePosition to the branch, BrowseOPCItemIDs of
-// its leaves, and per name IEnumString::Next of one string and GetItemID; every string freed. The
+// its leaves, and per name IEnumString::Next of one string and GetItemID; every string freed. With a
+// receiver (an address-space collector), each name and item id also goes to its add(name, itemId) as
+// two new Strings: the server calls and the floor's calls made together, from native code. The
 // result holds rounds + 1 values, the last one the name count of the last round.
 JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_serverBrowseItemIds(JNIEnv* env, jclass,
                                                                                        jlong browser, jstring path,
+                                                                                       jobject receiver,
                                                                                        jint rounds) {
     if (browser == 0 || path == nullptr) {
         throwIllegalArgument(env, "no IOPCBrowseServerAddressSpace handle or no path");
         return nullptr;
     }
+    jmethodID add = nullptr;
+    if (receiver != nullptr) {
+        jclass cls = env->GetObjectClass(receiver);
+        add = env->GetMethodID(cls, "add", "(Ljava/lang/String;Ljava/lang/String;)V");
+        env->DeleteLocalRef(cls);
+        if (add == nullptr) return nullptr;
+    }
+    const auto newString = [env](LPCWSTR text) {
+        jsize length = 0;
+        while (text[length] != 0) ++length;
+        return env->NewString(reinterpret_cast<const jchar*>(text), length);
+    };
     const jsize length = env->GetStringLength(path);
     std::u16string branch(static_cast<size_t>(length), u'\0');
     env->GetStringRegion(path, 0, length, reinterpret_cast<jchar*>(branch.data()));
@@ -418,8 +432,16 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_serverBrows
             if (fetched != 1) break;
             LPWSTR itemId = nullptr;
             space->GetItemID(name, &itemId);
+            if (add != nullptr) {
+                jstring javaName = newString(name);
+                jstring javaId = itemId != nullptr ? newString(itemId) : nullptr;
+                env->CallVoidMethod(receiver, add, javaName, javaId);
+                env->DeleteLocalRef(javaName);
+                env->DeleteLocalRef(javaId);
+            }
             CoTaskMemFree(itemId);
             CoTaskMemFree(name);
+            if (env->ExceptionCheck()) return nullptr;
             ++names;
         }
         nanos.push_back(nowNanos() - start);

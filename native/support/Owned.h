@@ -90,4 +90,24 @@ private:
     size_t count_ = 0;
 };
 
+// The elements of a SAFEARRAY, reachable between SafeArrayAccessData and SafeArrayUnaccessData: null
+// when the array cannot be accessed.
+class ArrayData {
+public:
+    explicit ArrayData(SAFEARRAY* array) noexcept : array_(array) {
+        if (FAILED(SafeArrayAccessData(array_, &data_))) data_ = nullptr;
+    }
+    ~ArrayData() {
+        if (data_ != nullptr) SafeArrayUnaccessData(array_);
+    }
+    ArrayData(const ArrayData&) = delete;
+    ArrayData& operator=(const ArrayData&) = delete;
+    template <typename E>
+    E* elements() const noexcept { return static_cast<E*>(data_); }
+
+private:
+    SAFEARRAY* array_;
+    void* data_ = nullptr;
+};
+
 }  // namespace opc::support

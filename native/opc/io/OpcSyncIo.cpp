@@ -139,15 +139,13 @@ jint writeString(JNIEnv* env, jlong syncIo, jint serverHandle, jstring value, ji
         return -1;
     }
     if (value == nullptr) return -1;
-    const WideString text = OpcEnv::newWideString(env, value);
     support::Variant variant;
     const auto type = static_cast<VARTYPE>(dataType);
     if (type == VT_BSTR) {
-        variant.vt = VT_BSTR;
-        variant.bstrVal = SysAllocString(text.get());
+        OpcEnv::toVariant(env, variant, VT_BSTR, value);
         return writeOne(env, syncIo, serverHandle, variant);
     }
-    switch (parseArray(OpcEnv::toNarrowString(WideText(text.get())), type, variant)) {
+    switch (OpcEnv::parseArray(env, value, type, variant)) {
         case ArrayParse::Converted:
             return writeOne(env, syncIo, serverHandle, variant);
         case ArrayParse::CannotCreate:

@@ -70,26 +70,6 @@ void appendFormatted(std::string& text, const char* format, Args... args) {
     text.resize(at + length);
 }
 
-// The elements of a one-dimensional array, read in place between SafeArrayAccessData and
-// SafeArrayUnaccessData.
-class ArrayData {
-public:
-    explicit ArrayData(SAFEARRAY* array) noexcept : array_(array) {
-        if (FAILED(SafeArrayAccessData(array_, &data_))) data_ = nullptr;
-    }
-    ~ArrayData() {
-        if (data_ != nullptr) SafeArrayUnaccessData(array_);
-    }
-    ArrayData(const ArrayData&) = delete;
-    ArrayData& operator=(const ArrayData&) = delete;
-    template <typename E>
-    const E* elements() const noexcept { return static_cast<const E*>(data_); }
-
-private:
-    SAFEARRAY* array_;
-    void* data_ = nullptr;
-};
-
 constexpr USHORT kElementKindFlags = FADF_RECORD | FADF_HAVEIID | FADF_BSTR | FADF_UNKNOWN | FADF_DISPATCH | FADF_VARIANT;
 
 // The number of elements when the array is what a VARIANT of the type declares: one dimension,
@@ -115,7 +95,7 @@ bool joinElements(SAFEARRAY* array, VARTYPE element, std::string& text, Append&&
     const long long count = elementCount(array, element, sizeof(E));
     if (count < 0) return false;
     if (count == 0) return true;
-    const ArrayData data(array);
+    const support::ArrayData data(array);
     const E* items = data.elements<E>();
     if (items == nullptr) return false;
     for (long long i = 0; i < count; ++i) {

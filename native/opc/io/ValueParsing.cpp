@@ -1,11 +1,13 @@
 #include "ValueParsing.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <limits>
 #include <locale>
 #include <optional>
 #include <sstream>
+#include <string_view>
 #include <type_traits>
 
 #include "Owned.h"
@@ -22,14 +24,14 @@ namespace {
 class NumberReader {
 public:
     template <typename T>
-    bool read(const std::string& token, T& value) {
+    bool read(std::string_view token, T& value) {
         if (readPlain(token, value)) return true;
         if (!in_) {
             in_.emplace();
             in_->imbue(std::locale::classic());
         }
         in_->clear();
-        in_->str(token);
+        in_->str(std::string(token));
         *in_ >> value;
         return !in_->fail();
     }
@@ -39,30 +41,35 @@ private:
     // rounding rule beyond the C library's: at most 9 integer digits for integers, at most 30 integer
     // and 20 fraction digits for floats. False leaves the token to the stream.
     template <typename T>
-    static bool readPlain(const std::string& token, T& value) {
-        const char* c = token.c_str();
-        const bool negative = *c == '-';
+    static bool readPlain(std::string_view token, T& value) {
+        const char* c = token.data();
+        const char* const end = c + token.size();
+        const bool negative = c != end && *c == '-';
         if (negative) ++c;
         const char* digits = c;
-        while (*c >= '0' && *c <= '9') ++c;
+        while (c != end && *c >= '0' && *c <= '9') ++c;
         const size_t whole = static_cast<size_t>(c - digits);
         if (whole == 0) return false;
         if constexpr (std::is_floating_point_v<T>) {
             if (whole > 30) return false;
-            if (*c == '.') {
+            if (c != end && *c == '.') {
                 const char* fraction = ++c;
-                while (*c >= '0' && *c <= '9') ++c;
+                while (c != end && *c >= '0' && *c <= '9') ++c;
                 if (c - fraction > 20) return false;
             }
-            if (*c != 0) return false;
-            char* end = nullptr;
+            if (c != end) return false;
+            // At most 52 characters: the C library reads them from a terminated copy on the stack.
+            char copy[64];
+            token.copy(copy, token.size());
+            copy[token.size()] = 0;
+            char* stop = nullptr;
             if constexpr (std::is_same_v<T, float>)
-                value = std::strtof(token.c_str(), &end);
+                value = std::strtof(copy, &stop);
             else
-                value = static_cast<T>(std::strtod(token.c_str(), &end));
-            return end == c;
+                value = static_cast<T>(std::strtod(copy, &stop));
+            return stop == copy + token.size();
         } else {
-            if (*c != 0 || whole > 9 || (negative && std::is_unsigned_v<T>)) return false;
+            if (c != end || whole > 9 || (negative && std::is_unsigned_v<T>)) return false;
             long long number = 0;
             for (const char* d = digits; d < c; ++d) number = number * 10 + (*d - '0');
             if (negative) number = -number;
@@ -77,29 +84,44 @@ private:
     std::optional<std::istringstream> in_;
 };
 
-// Element i from token i, read as Read and stored as Element; a value above limit fails.
-template <typename Element, typename Read = Element>
-bool putNumbers(SAFEARRAY* array, const std::vector<std::string>& tokens,
-                Read limit = std::numeric_limits<Read>::max()) {
-    NumberReader reader;
-    for (LONG i = 0; i < static_cast<LONG>(tokens.size()); ++i) {
-        Read read{};
-        if (!reader.read(tokens[static_cast<size_t>(i)], read) || read > limit) return false;
-        Element element = static_cast<Element>(read);
-        SafeArrayPutElement(array, &i, &element);
+// Calls each(i, token) for every comma-separated token of the text in order, empty ones included,
+// until it answers false; answers whether every call answered true.
+template <typename Each>
+bool forEachToken(std::string_view text, Each&& each) {
+    size_t start = 0;
+    for (LONG i = 0;; ++i) {
+        const size_t comma = text.find(',', start);
+        const size_t stop = comma == std::string_view::npos ? text.size() : comma;
+        if (!each(i, text.substr(start, stop - start))) return false;
+        if (comma == std::string_view::npos) return true;
+        start = comma + 1;
     }
-    return true;
 }
 
-void putBooleans(SAFEARRAY* array, const std::vector<std::string>& tokens) {
-    for (LONG i = 0; i < static_cast<LONG>(tokens.size()); ++i) {
-        VARIANT_BOOL element = tokens[static_cast<size_t>(i)] == "true" ? VARIANT_TRUE : VARIANT_FALSE;
-        SafeArrayPutElement(array, &i, &element);
-    }
+// Element i of the array made from token i by make(token, element), in place; false as soon as make
+// answers false.
+template <typename Element, typename Make>
+bool putEach(SAFEARRAY* array, std::string_view text, Make&& make) {
+    const support::ArrayData data(array);
+    Element* const elements = data.elements<Element>();
+    if (elements == nullptr) return false;
+    return forEachToken(text, [&](LONG i, std::string_view token) { return make(token, elements[i]); });
+}
+
+// Element i from token i, read as Read and stored as Element; a value above limit fails.
+template <typename Element, typename Read = Element>
+bool putNumbers(SAFEARRAY* array, std::string_view text, Read limit = std::numeric_limits<Read>::max()) {
+    NumberReader reader;
+    return putEach<Element>(array, text, [&](std::string_view token, Element& element) {
+        Read read{};
+        if (!reader.read(token, read) || read > limit) return false;
+        element = static_cast<Element>(read);
+        return true;
+    });
 }
 
 // A BSTR of the token's bytes read in the narrow (ANSI) code page, or null when none can be made.
-support::Bstr widen(const std::string& token) {
+support::Bstr widen(std::string_view token) {
     const int bytes = static_cast<int>(token.size());
     const int length = bytes == 0 ? 0 : MultiByteToWideChar(CP_ACP, 0, token.data(), bytes, nullptr, 0);
     if (bytes != 0 && length == 0) return support::Bstr{};
@@ -108,24 +130,25 @@ support::Bstr widen(const std::string& token) {
     return text;
 }
 
-void putStrings(SAFEARRAY* array, const std::vector<std::string>& tokens) {
-    for (LONG i = 0; i < static_cast<LONG>(tokens.size()); ++i) {
-        const support::Bstr element = widen(tokens[static_cast<size_t>(i)]);
-        if (element) SafeArrayPutElement(array, &i, element.get());  // the array keeps a copy
-    }
-}
-
-bool putElements(SAFEARRAY* array, VARTYPE element, const std::vector<std::string>& tokens) {
+bool putElements(SAFEARRAY* array, VARTYPE element, std::string_view text) {
     switch (element) {
-        case VT_BSTR: putStrings(array, tokens); return true;
-        case VT_BOOL: putBooleans(array, tokens); return true;
-        case VT_I2: return putNumbers<SHORT, std::int16_t>(array, tokens);
-        case VT_I4: return putNumbers<LONG, std::int32_t>(array, tokens);
-        case VT_R4: return putNumbers<FLOAT, float>(array, tokens);
-        case VT_R8: return putNumbers<DOUBLE, double>(array, tokens);
-        case VT_UI1: return putNumbers<BYTE, std::uint32_t>(array, tokens, 255u);
-        case VT_UI2: return putNumbers<USHORT, std::uint16_t>(array, tokens);
-        case VT_UI4: return putNumbers<ULONG, std::uint32_t>(array, tokens);
+        case VT_BSTR:  // each element the BSTR of its token (null when none can be made); the array owns them
+            return putEach<BSTR>(array, text, [](std::string_view token, BSTR& element) {
+                element = widen(token).release();
+                return true;
+            });
+        case VT_BOOL:
+            return putEach<VARIANT_BOOL>(array, text, [](std::string_view token, VARIANT_BOOL& element) {
+                element = token == "true" ? VARIANT_TRUE : VARIANT_FALSE;
+                return true;
+            });
+        case VT_I2: return putNumbers<SHORT, std::int16_t>(array, text);
+        case VT_I4: return putNumbers<LONG, std::int32_t>(array, text);
+        case VT_R4: return putNumbers<FLOAT, float>(array, text);
+        case VT_R8: return putNumbers<DOUBLE, double>(array, text);
+        case VT_UI1: return putNumbers<BYTE, std::uint32_t>(array, text, 255u);
+        case VT_UI2: return putNumbers<USHORT, std::uint16_t>(array, text);
+        case VT_UI4: return putNumbers<ULONG, std::uint32_t>(array, text);
         default: return false;
     }
 }
@@ -156,15 +179,14 @@ const ArrayKind* arrayKind(VARTYPE type) noexcept {
 
 }  // namespace
 
-ArrayParse parseArray(const std::string& text, VARTYPE type, VARIANT& out) {
+ArrayParse parseArray(std::string_view text, VARTYPE type, VARIANT& out) {
     if (arrayKind(type) == nullptr) return ArrayParse::NoConversion;
-    std::vector<std::string> tokens;
-    const size_t count = OpcEnv::split(text, tokens, ',', true);
+    const size_t count = 1 + static_cast<size_t>(std::count(text.begin(), text.end(), ','));
     const VARTYPE element = static_cast<VARTYPE>(type & ~VT_ARRAY);
     SAFEARRAYBOUND bound{static_cast<ULONG>(count), 0};
     support::SafeArray array(SafeArrayCreate(element, 1, &bound));
     if (!array) return ArrayParse::CannotCreate;
-    if (!putElements(array.get(), element, tokens)) return ArrayParse::BadToken;
+    if (!putElements(array.get(), element, text)) return ArrayParse::BadToken;
     out.vt = type;
     out.parray = array.release();
     return ArrayParse::Converted;
@@ -211,15 +233,36 @@ BSTR newBstr(JNIEnv* env, jstring value) {
 
 }  // namespace
 
+ArrayParse parseArray(JNIEnv* env, jstring value, VARTYPE type, VARIANT& out) {
+    // The low byte of each UTF-16 unit up to the first U+0000, as the narrow copy of the text;
+    // texts of up to kShort units are copied on the stack.
+    constexpr jsize kShort = 256;
+    const jsize length = env->GetStringLength(value);
+    jchar shortUnits[kShort];
+    char shortBytes[kShort];
+    std::unique_ptr<jchar[]> longUnits;
+    std::unique_ptr<char[]> longBytes;
+    jchar* units = shortUnits;
+    char* bytes = shortBytes;
+    if (length > kShort) {
+        longUnits.reset(new jchar[static_cast<size_t>(length)]);
+        longBytes.reset(new char[static_cast<size_t>(length)]);
+        units = longUnits.get();
+        bytes = longBytes.get();
+    }
+    env->GetStringRegion(value, 0, length, units);
+    jsize end = 0;
+    for (; end < length && units[end] != 0; ++end) bytes[end] = static_cast<char>(units[end] & 0xFF);
+    return opc::parseArray(std::string_view(bytes, static_cast<size_t>(end)), type, out);
+}
+
 void toVariant(JNIEnv* env, VARIANT& out, VARTYPE type, jstring value) {
     if (type == VT_BSTR) {
         out.vt = VT_BSTR;
         out.bstrVal = newBstr(env, value);  // a null text gives a null BSTR, read as ""
         return;
     }
-    const WideString wide = newWideString(env, value);
-    if (!wide) return;
-    if (parseArray(toNarrowString(WideText(wide.get())), type, out) == ArrayParse::CannotCreate)
+    if (value != nullptr && parseArray(env, value, type, out) == ArrayParse::CannotCreate)
         logTrace(env, arrayKind(type)->cannotCreate);
 }
 

@@ -1,6 +1,5 @@
 package com.velmora.opc.bench;
 
-import com.velmora.opc.jni.ComObjectClient;
 import com.velmora.opc.jni.client.da.OpcAsyncIo2;
 import com.velmora.opc.jni.client.da.ReadListener;
 import java.util.concurrent.locks.LockSupport;
@@ -21,27 +20,9 @@ public final class AsyncReadBench {
     private AsyncReadBench() {}
 
     public static void main(String[] args) {
-        int warmup = args.length > 0 ? Integer.parseInt(args[0]) : 30;
-        int rounds = args.length > 1 ? Integer.parseInt(args[1]) : 101;
-        System.out.printf("Asynchronous read of %d items (OpcAsyncIo2.readAsync to OnReadCompleted), ns per item,"
-                + " median of %d rounds after %d warm-up rounds%n", ITEMS, rounds, warmup);
-        BenchGroup.prepareProcess();
-        long server = BenchGroup.connect();
-        try {
-            report("VT_R8  ", measure(server, "Bench.R8.", true, warmup, rounds));
-            report("VT_BSTR", measure(server, "Bench.Str.", false, warmup, rounds));
-        } finally {
-            ComObjectClient.release(server);
-        }
-        System.out.println("ratio = (total - server) / floor; target <= 1.25");
-    }
-
-    private static void report(String type, Rounds[] measured) {
-        double total = measured[0].perItem(ITEMS);
-        double server = measured[1].perItem(ITEMS);
-        double floor = measured[2].perItem(ITEMS);
-        System.out.printf("  %s  total %s  server %s  floor %s  ratio %s%n", type, Rounds.fixed(total),
-                Rounds.fixed(server), Rounds.fixed(floor), Rounds.ratioText(Rounds.ratio(total, server, floor)));
+        Rounds.readByType(args, "Asynchronous read of " + ITEMS
+                + " items (OpcAsyncIo2.readAsync to OnReadCompleted)", "1.25",
+                AsyncReadBench::measure);
     }
 
     static Rounds[] measure(long server, String prefix, boolean numeric, int warmup, int rounds) {
@@ -85,7 +66,7 @@ public final class AsyncReadBench {
     }
 
     /** The data callback: notes when the awaited read completion arrives and keeps its arrays. */
-    private static final class Completions extends Sink.Quiet implements ReadListener {
+    private static final class Completions extends QuietCallback implements ReadListener {
         private volatile int awaited;
         private volatile long arrivedAt;
         private volatile Thread waiter;

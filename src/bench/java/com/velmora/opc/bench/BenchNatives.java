@@ -100,9 +100,10 @@ public final class BenchNatives {
 
     /**
      * ChangeBrowsePosition to the branch, BrowseOPCItemIDs of its leaves, Next and GetItemID per name,
-     * all freed; one more value at the end: the name count.
+     * all freed, and with a receiver its add(name, itemId) per name; one more value at the end: the
+     * name count.
      */
-    public static native long[] serverBrowseItemIds(long browser, String path, int rounds);
+    public static native long[] serverBrowseItemIds(long browser, String path, Object receiver, int rounds);
 
     /** updateNumeric once per element, on this thread, with the given arguments. */
     public static native long[] numericFloor(Object receiver, int[] handles, double[] values, long[] timestamps,

@@ -1,7 +1,6 @@
 package com.velmora.opc.bench;
 
 import com.velmora.opc.jni.ComObjectClient;
-import com.velmora.opc.jni.client.da.DataCallback;
 import com.velmora.opc.jni.client.da.OpcAsyncIo2;
 import java.util.concurrent.locks.LockSupport;
 
@@ -110,7 +109,7 @@ public final class DeliveryBench {
      * row), notes the time from its first to its last item, and records the calls of the first update
      * for the floor. Updates come one at a time on the server's thread.
      */
-    static final class Updates implements DataCallback {
+    static final class Updates extends QuietCallback {
         private final int items;
         private final long[] spreads;
         private final long[] ends;
@@ -205,16 +204,5 @@ public final class DeliveryBench {
             failures++;
             counted();
         }
-
-        @Override
-        public void OnReadCompleted(int transactionId, int masterQuality, int masterError, int n, int[] clientHandles,
-                int[] valueKinds, String[] values, int[] qualities, long[] timestamps, int[] errors) {}
-
-        @Override
-        public void OnWriteCompleted(int transactionId, int groupHandle, int masterError, int n, int[] clientHandles,
-                int[] errors) {}
-
-        @Override
-        public void asyncCallbackDeleted() {}
     }
 }

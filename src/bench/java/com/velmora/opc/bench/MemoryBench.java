@@ -143,7 +143,7 @@ public final class MemoryBench {
     }
 
     /** Counts delivered items; wakes the waiter when the awaited count is reached. */
-    private static final class Counter extends Sink.Quiet {
+    private static final class Counter extends QuietCallback {
         private volatile long items;
         private volatile long awaited = Long.MAX_VALUE;
         private volatile Thread waiter;

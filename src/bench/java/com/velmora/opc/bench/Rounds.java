@@ -1,5 +1,6 @@
 package com.velmora.opc.bench;
 
+import com.velmora.opc.jni.ComObjectClient;
 import java.util.Arrays;
 import java.util.Locale;
 
@@ -57,5 +58,40 @@ final class Rounds {
 
     static String ratioText(double value) {
         return String.format(Locale.ROOT, "%.2f", value);
+    }
+
+    /** Prints one row of {total, server, floor} rounds, ns per item, and its ratio. */
+    static void report(String label, int items, Rounds[] measured) {
+        double total = measured[0].perItem(items);
+        double server = measured[1].perItem(items);
+        double floor = measured[2].perItem(items);
+        System.out.printf("  %s  total %s  server %s  floor %s  ratio %s%n", label, fixed(total), fixed(server),
+                fixed(floor), ratioText(ratio(total, server, floor)));
+    }
+
+    /** {total, server, floor} rounds of a read of the items whose ids start with prefix. */
+    interface ReadMeasure {
+        Rounds[] measure(long server, String prefix, boolean numeric, int warmup, int rounds);
+    }
+
+    /**
+     * The main of a read benchmark: the title (given the rounds and warm-up rounds), then a row for
+     * the VT_R8 items and one for the VT_BSTR items, then the ratio line with the target.
+     * Arguments: [warm-up rounds] [measured rounds].
+     */
+    static void readByType(String[] args, String title, String target, ReadMeasure read) {
+        int warmup = args.length > 0 ? Integer.parseInt(args[0]) : 30;
+        int rounds = args.length > 1 ? Integer.parseInt(args[1]) : 101;
+        System.out.printf(Locale.ROOT, "%s, ns per item, median of %d rounds after %d warm-up rounds%n", title,
+                rounds, warmup);
+        BenchGroup.prepareProcess();
+        long server = BenchGroup.connect();
+        try {
+            report("VT_R8  ", BenchGroup.ITEMS, read.measure(server, "Bench.R8.", true, warmup, rounds));
+            report("VT_BSTR", BenchGroup.ITEMS, read.measure(server, "Bench.Str.", false, warmup, rounds));
+        } finally {
+            ComObjectClient.release(server);
+        }
+        System.out.println("ratio = (total - server) / floor; target <= " + target);
     }
 }

@@ -1,6 +1,5 @@
 package com.velmora.opc.bench;
 
-import com.velmora.opc.jni.client.da.DataCallback;
 import java.util.concurrent.locks.LockSupport;
 
 /**
@@ -8,7 +7,7 @@ import java.util.concurrent.locks.LockSupport;
  * item it was waiting for. Optionally it records the arguments of its calls, so that a floor can
  * repeat exactly the calls that the library made.
  */
-final class Sink implements DataCallback {
+final class Sink extends QuietCallback {
     private int expected;
     private int count;
     private double sum;
@@ -111,43 +110,6 @@ final class Sink implements DataCallback {
     public void updateError(int handle, long timestamp, int quality, int error, boolean sync) {
         if (recording != null) recording.unexpected("updateError");
         counted();
-    }
-
-    @Override
-    public void OnReadCompleted(int transactionId, int masterQuality, int masterError, int n, int[] clientHandles,
-            int[] valueKinds, String[] values, int[] qualities, long[] timestamps, int[] errors) {}
-
-    @Override
-    public void OnWriteCompleted(int transactionId, int groupHandle, int masterError, int n, int[] clientHandles,
-            int[] errors) {}
-
-    @Override
-    public void asyncCallbackDeleted() {}
-
-    /** A data callback that ignores every call: the base of the benchmarks' own callbacks. */
-    static class Quiet implements DataCallback {
-        @Override
-        public void updateNumeric(int handle, double value, long timestamp, int quality, int error, boolean sync) {}
-
-        @Override
-        public void updateString(int handle, String value, long timestamp, int quality, int error, boolean sync) {}
-
-        @Override
-        public void updateBoolean(int handle, boolean value, long timestamp, int quality, int error, boolean sync) {}
-
-        @Override
-        public void updateError(int handle, long timestamp, int quality, int error, boolean sync) {}
-
-        @Override
-        public void OnReadCompleted(int transactionId, int masterQuality, int masterError, int n, int[] clientHandles,
-                int[] valueKinds, String[] values, int[] qualities, long[] timestamps, int[] errors) {}
-
-        @Override
-        public void OnWriteCompleted(int transactionId, int groupHandle, int masterError, int n, int[] clientHandles,
-                int[] errors) {}
-
-        @Override
-        public void asyncCallbackDeleted() {}
     }
 
     /** The arguments of a run of update calls, in call order. */

@@ -18,6 +18,7 @@ public final class SmallUpdatesBench {
     private static final String PREFIX = "Bench.R8.";
     private static final int[] SIZES = {1, 10, 100, 1_000, 10_000};
     private static final long TIMEOUT_NANOS = 10_000_000_000L;
+    private static final long POLL_NANOS = 2_000_000;
 
     private SmallUpdatesBench() {}
 
@@ -92,32 +93,29 @@ public final class SmallUpdatesBench {
     }
 
     /** Counts the items of each update (size update calls in a row) and records the first update. */
-    private static final class Listener extends Sink.Quiet {
+    private static final class Listener extends QuietCallback {
         final Sink.Recording first;
         private final int size;
         private int count;
         private int failures;
         private double sum;
         private volatile int completed;
-        private volatile Thread waiter;
 
         Listener(int size) {
             this.size = size;
             this.first = new Sink.Recording(size);
         }
 
-        /** Waits until at least `update` updates arrived in full; answers how many have. */
+        /**
+         * Waits until at least `update` updates arrived in full; answers how many have. It polls: the
+         * callback wakes no one, since the floor's update calls wake no one either (a wake-up is a
+         * system call inside the timed callback).
+         */
         int await(int update) {
             long deadline = System.nanoTime() + TIMEOUT_NANOS;
-            waiter = Thread.currentThread();
-            try {
-                while (completed < update) {
-                    long left = deadline - System.nanoTime();
-                    if (left <= 0) throw new IllegalStateException("update " + update + " did not arrive");
-                    LockSupport.parkNanos(this, left);
-                }
-            } finally {
-                waiter = null;
+            while (completed < update) {
+                if (System.nanoTime() > deadline) throw new IllegalStateException("update " + update + " did not arrive");
+                LockSupport.parkNanos(this, POLL_NANOS);
             }
             return completed;
         }
@@ -130,8 +128,6 @@ public final class SmallUpdatesBench {
             if (++count == size) {
                 count = 0;
                 completed = completed + 1;
-                Thread parked = waiter;
-                if (parked != null) LockSupport.unpark(parked);
             }
         }
 

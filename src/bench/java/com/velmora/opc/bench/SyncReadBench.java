@@ -1,6 +1,5 @@
 package com.velmora.opc.bench;
 
-import com.velmora.opc.jni.ComObjectClient;
 import com.velmora.opc.jni.client.da.OpcSyncIo;
 
 /**
@@ -17,27 +16,8 @@ public final class SyncReadBench {
     private SyncReadBench() {}
 
     public static void main(String[] args) {
-        int warmup = args.length > 0 ? Integer.parseInt(args[0]) : 30;
-        int rounds = args.length > 1 ? Integer.parseInt(args[1]) : 101;
-        System.out.printf("Synchronous read of %d items (OpcSyncIo.read from the cache), ns per item,"
-                + " median of %d rounds after %d warm-up rounds%n", ITEMS, rounds, warmup);
-        BenchGroup.prepareProcess();
-        long server = BenchGroup.connect();
-        try {
-            report("VT_R8  ", measure(server, "Bench.R8.", true, warmup, rounds));
-            report("VT_BSTR", measure(server, "Bench.Str.", false, warmup, rounds));
-        } finally {
-            ComObjectClient.release(server);
-        }
-        System.out.println("ratio = (total - server) / floor; target <= 1.10");
-    }
-
-    private static void report(String type, Rounds[] measured) {
-        double total = measured[0].perItem(ITEMS);
-        double server = measured[1].perItem(ITEMS);
-        double floor = measured[2].perItem(ITEMS);
-        System.out.printf("  %s  total %s  server %s  floor %s  ratio %s%n", type, Rounds.fixed(total),
-                Rounds.fixed(server), Rounds.fixed(floor), Rounds.ratioText(Rounds.ratio(total, server, floor)));
+        Rounds.readByType(args, "Synchronous read of " + ITEMS + " items (OpcSyncIo.read from the cache)", "1.10",
+                SyncReadBench::measure);
     }
 
     /** {total, server, floor} rounds for one item type. */

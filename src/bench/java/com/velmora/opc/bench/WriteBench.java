@@ -72,11 +72,7 @@ public final class WriteBench {
     }
 
     private static void report(String path, Rounds[] measured) {
-        double total = measured[0].perItem(ITEMS);
-        double server = measured[1].perItem(ITEMS);
-        double floor = measured[2].perItem(ITEMS);
-        System.out.printf("  %-10s  total %s  server %s  floor %s  ratio %s%n", path, Rounds.fixed(total),
-                Rounds.fixed(server), Rounds.fixed(floor), Rounds.ratioText(Rounds.ratio(total, server, floor)));
+        Rounds.report(String.format("%-10s", path), ITEMS, measured);
     }
 
     static Rounds[] measureSync(long server, Batch batch, int warmup, int rounds) {
@@ -143,7 +139,7 @@ public final class WriteBench {
     }
 
     /** Receives the write results: the synchronous outcome and the asynchronous completion. */
-    private static final class Results extends Sink.Quiet implements WriteListener {
+    private static final class Results extends QuietCallback implements WriteListener {
         private int returned;
         private int failures;
         private volatile int awaited;
