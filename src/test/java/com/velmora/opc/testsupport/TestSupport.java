@@ -50,6 +50,11 @@ public final class TestSupport {
         Assumptions.assumeTrue(wine == null, () -> "skipped under Wine " + wine + ": " + reason);
     }
 
+    /** Skips the test when the simulation server runs in a process of its own, for the reason given. */
+    public static void assumeInProcess(String reason) {
+        Assumptions.assumeFalse(SimControl.outOfProcess(), () -> "skipped out of process: " + reason);
+    }
+
     /** A probe object answering IUnknown and the given IIDs; the handle holds one reference. */
     public static native long createObject(String... iids);
 
