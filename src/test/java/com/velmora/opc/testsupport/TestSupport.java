@@ -10,6 +10,8 @@ public final class TestSupport {
     public static final int TASK_MEMORY = 0;
     public static final int BSTR = 1;
     public static final int SAFEARRAY = 2;
+    /** On Windows: task memory blocks freed twice (freed, not handed out again, freed once more). */
+    public static final int DOUBLE_FREES = 3;
 
     static {
         NativeLibrary.load();
