@@ -9,9 +9,11 @@
 # launcher (Maven Central). Then, in a fresh private Wine prefix (build/windows-java/prefix): registers
 # the simulation server with regsvr32, runs every test class with -Xcheck:jni, fails on any failure
 # or JNI warning, prints the launcher's summary next to the Linux run's counts (surefire reports) and
-# requires that at least 90 % of the Linux tests pass here; then runs the client's main verbs once
-# from the client's jar (cli/target/opc.jar, built here when missing), first against the cross-built
-# library, then once with the natives that the jar itself extracts.
+# requires that at least 90 % of the Linux tests pass here; runs the server-facing classes once more
+# against the simulation server in a process of its own (opc_sim_server.exe --shared, LocalServer32
+# only, steered through its control object: -Dopc.test.server=outproc); then runs the client's main
+# verbs once from the client's jar (cli/target/opc.jar, built here when missing), first against the
+# cross-built library, then once with the natives that the jar itself extracts.
 set -uo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -63,35 +65,45 @@ jvm=("$WINE64" "$jre/bin/java.exe" -Xcheck:jni --enable-native-access=ALL-UNNAME
      "-Dopc.library.path=$w_bin" "-Dopc.native.dir=$w_bin"
      "-Djava.security.properties=$(wine_path "$root/target/test-classes/windows-test.security")")
 
+# run_suite LOG [JVM OPTIONS...] -- LAUNCHER SELECTORS...: runs the test classes, prints the summary and
+# every skipped test with its reason; fails on any failure, JNI warning or error of initEnv.
+run_suite() {
+    local log=$1 options=() status found
+    shift
+    while [ "$1" != "--" ]; do options+=("$1"); shift; done
+    shift
+    # The classes are on the JVM's own class path, as under surefire: threads that native code attaches
+    # find the library's classes through the system class loader.
+    (cd "$cache" && "${jvm[@]}" "${options[@]}" -cp "$(wine_path "$launcher");$classes" \
+        org.junit.platform.console.ConsoleLauncher execute --disable-banner --disable-ansi-colors --details=tree \
+        "$@" --fail-if-no-tests) >"$log" 2>&1
+    status=$?
+    tr -d '\r' <"$log" >"$log.txt"
+    grep -E '\[ +[0-9]+ tests ' "$log.txt" | sed 's/^/windows-java: /'
+    # Tests skipped here (aborted by an assumption), each with its reason.
+    awk '/^│  (├|└)─ / { cls = $3 }
+         / ■ / { sub(/^[│├└─ ]*/, ""); sub(/ ■ Assumption failed: skipped (under Wine [^:]*|out of process): /, " -- ")
+                 print "windows-java: skipped: " cls "." $0 }' "$log.txt"
+
+    found=$(grep -E -h 'WARNING in native method|JNI local refs|exceeds capacity|FATAL ERROR in native method' \
+        "$log.txt" | sort | uniq -c)
+    if [ -n "$found" ]; then
+        echo "$found" >&2
+        die "JNI warnings were printed by the Windows JVM (log: $log.txt)"
+    fi
+    if [ "$status" -ne 0 ]; then
+        grep -E -A 12 '✘|MethodSource|JUnit Jupiter:.*\(.*\)$' "$log.txt" | head -n 150 >&2
+        die "test failures in the Windows JVM (exit $status; log: $log.txt)"
+    fi
+    # Start-up of the proxy/stub modules: the JVM logs no error of initEnv.
+    if grep -E 'Failed to load (opcproxy|opccomn_ps)\.dll|CoInitializeSecurity: ' "$log.txt" >&2; then
+        die "initEnv logged an error in the Windows JVM (log: $log.txt)"
+    fi
+}
+
 log=$cache/junit.log
 say "running the test classes in $(grep -o 'JAVA_VERSION="[^"]*"' "$jre/release" | tr -d '"') under Wine"
-# The classes are on the JVM's own class path, as under surefire: threads that native code attaches
-# find the library's classes through the system class loader.
-(cd "$cache" && "${jvm[@]}" -cp "$(wine_path "$launcher");$classes" org.junit.platform.console.ConsoleLauncher \
-    execute --disable-banner --disable-ansi-colors --details=tree \
-    --scan-class-path "$(wine_path "$root/target/test-classes")" --fail-if-no-tests) >"$log" 2>&1
-status=$?
-tr -d '\r' <"$log" >"$log.txt"
-grep -E '\[ +[0-9]+ tests ' "$log.txt" | sed 's/^/windows-java: /'
-# Tests skipped here (aborted by an assumption), each with its reason.
-awk '/^│  (├|└)─ / { cls = $3 }
-     / ■ / { sub(/^[│├└─ ]*/, ""); sub(/ ■ Assumption failed: skipped under Wine [^:]*: /, " -- ")
-             print "windows-java: skipped: " cls "." $0 }' "$log.txt"
-
-patterns='WARNING in native method|JNI local refs|exceeds capacity|FATAL ERROR in native method'
-found=$(grep -E -h "$patterns" "$log.txt" | sort | uniq -c)
-if [ -n "$found" ]; then
-    echo "$found" >&2
-    die "JNI warnings were printed by the Windows JVM (log: $log.txt)"
-fi
-if [ "$status" -ne 0 ]; then
-    grep -E -A 12 '✘|MethodSource|JUnit Jupiter:.*\(.*\)$' "$log.txt" | head -n 150 >&2
-    die "test failures in the Windows JVM (exit $status; log: $log.txt)"
-fi
-# Start-up of the proxy/stub modules: the JVM logs no error of initEnv.
-if grep -E 'Failed to load (opcproxy|opccomn_ps)\.dll|CoInitializeSecurity: ' "$log.txt" >&2; then
-    die "initEnv logged an error in the Windows JVM (log: $log.txt)"
-fi
+run_suite "$log" -- --scan-class-path "$(wine_path "$root/target/test-classes")"
 
 # Next to the Linux run: its counts from the surefire reports of the last mvn test.
 windows_ok=$(grep -E '\[ +[0-9]+ tests successful' "$log.txt" | grep -oE '[0-9]+' | head -n 1)
@@ -107,6 +119,22 @@ say "Windows: ${windows_ok:-0} tests successful; Linux (last mvn test): $linux_o
 if [ "$linux_ok" -gt 0 ] && [ $(( ${windows_ok:-0} * 10 )) -lt $(( linux_ok * 9 )) ]; then
     die "fewer than 90 % of the Linux tests pass under Wine"
 fi
+
+# The server-facing classes once more, against the simulation server in a process of its own: registered
+# as LocalServer32 only, one process (--shared) serving every activation and the control object through
+# which SimControl steers it (opc.test.server=outproc; its marshalling is opc_simcontrol_ps.dll).
+[ -f "$bin/opc_simcontrol_ps.dll" ] || die "no $bin/opc_simcontrol_ps.dll (run tools/cross-build.sh)"
+wine_register "$bin/opc_simcontrol_ps.dll" || die "registering opc_simcontrol_ps.dll failed"
+"$WINE64" "$bin/opc_sim_server.exe" /RegServer --local-only --shared --lifetime 1800 ||
+    die "registering opc_sim_server.exe failed"
+say "running the server-facing test classes against opc_sim_server.exe"
+run_suite "$cache/junit-outproc.log" -Dopc.test.server=outproc -- \
+    --select-package com.velmora.opc.jni.client --select-package com.velmora.opc.client
+outproc_log=$cache/junit-outproc.log.txt
+# Back to the in-process module; the server process, left with the JVM's control object, ends here.
+"$WINE64" "$bin/opc_sim_server.exe" /UnregServer || die "unregistering opc_sim_server.exe failed"
+wine_stop
+wine_register "$bin/opc_sim.dll" || die "registering the simulation server again failed"
 
 if [ "$run_cli" = 1 ]; then
     jar=$root/cli/target/opc.jar
@@ -144,5 +172,6 @@ if [ "$run_cli" = 1 ]; then
     verb status
     say "ok: java -jar opc.jar status with the natives extracted from the jar"
 fi
-count() { grep -E "\[ +[0-9]+ tests $1" "$log.txt" | grep -oE '[0-9]+' | head -n 1; }
-echo "windows-java: $(count successful) passed, $(count failed) failed, $(( $(count skipped) + $(count aborted) )) skipped"
+count() { grep -E "\[ +[0-9]+ tests $1" "$2" | grep -oE '[0-9]+' | head -n 1; }
+summary() { echo "$(count successful "$1") passed, $(count failed "$1") failed, $(( $(count skipped "$1") + $(count aborted "$1") )) skipped"; }
+echo "windows-java: $(summary "$log.txt"); out of process: $(summary "$outproc_log")"

@@ -1,11 +1,20 @@
 // Natives of com.velmora.opc.testsupport.SimControl: the simulation server's control surface. The
 // module is opened by path, which yields the very instance that COM's activation loads, so tests see
-// and steer the same server state.
+// and steer the same server state. On Windows the surface can instead be the control object of a
+// server process (opc_sim_server.exe --shared, which every activation then reaches): each function
+// below is then a call through ISimulationControl.
 #include <jni.h>
 
 #include "LoadedModule.h"
 
+#include <cstdio>
 #include <string>
+
+#ifdef _WIN32
+#include <objbase.h>
+
+#include "simcontrol.h"  // generated from native/outproc/proxy/simcontrol.idl
+#endif
 
 namespace {
 
@@ -57,6 +66,19 @@ bool ready(JNIEnv* env) {
     return false;
 }
 
+// The HRESULT of the last call of this thread through the control object that failed; S_OK in process.
+thread_local HRESULT remoteFailure = 0;
+
+// Throws IllegalStateException when the call just made through the control object failed.
+void checked(JNIEnv* env) {
+    if (remoteFailure == 0) return;
+    char text[80];
+    std::snprintf(text, sizeof text, "simulation control call failed: 0x%08X", static_cast<unsigned>(remoteFailure));
+    remoteFailure = 0;
+    jclass cls = env->FindClass("java/lang/IllegalStateException");
+    if (cls != nullptr) env->ThrowNew(cls, text);
+}
+
 }  // namespace
 
 extern "C" {
@@ -86,6 +108,7 @@ JNIEXPORT void JNICALL Java_com_velmora_opc_testsupport_SimControl_failNext(JNIE
     if (!ready(env)) return;
     Utf m(env, method);
     api.failNext(m.get(), hr, times);
+    checked(env);
 }
 
 JNIEXPORT void JNICALL Java_com_velmora_opc_testsupport_SimControl_setItemError(JNIEnv* env, jclass, jstring itemId,
@@ -93,6 +116,7 @@ JNIEXPORT void JNICALL Java_com_velmora_opc_testsupport_SimControl_setItemError(
     if (!ready(env)) return;
     Utf id(env, itemId);
     api.setItemError(id.get(), hr);
+    checked(env);
 }
 
 JNIEXPORT void JNICALL Java_com_velmora_opc_testsupport_SimControl_setNullResults(JNIEnv* env, jclass,
@@ -100,12 +124,15 @@ JNIEXPORT void JNICALL Java_com_velmora_opc_testsupport_SimControl_setNullResult
     if (!ready(env)) return;
     Utf m(env, method);
     api.setNullResults(m.get(), on ? 1 : 0);
+    checked(env);
 }
 
 JNIEXPORT jint JNICALL Java_com_velmora_opc_testsupport_SimControl_callCount(JNIEnv* env, jclass, jstring method) {
     if (!ready(env)) return 0;
     Utf m(env, method);
-    return api.callCount(m.get());
+    const jint count = api.callCount(m.get());
+    checked(env);
+    return count;
 }
 
 JNIEXPORT jstring JNICALL Java_com_velmora_opc_testsupport_SimControl_lastCallArgs(JNIEnv* env, jclass,
@@ -113,32 +140,40 @@ JNIEXPORT jstring JNICALL Java_com_velmora_opc_testsupport_SimControl_lastCallAr
     if (!ready(env)) return nullptr;
     Utf m(env, method);
     const std::string args = api.lastCallArgs(m.get());
-    return env->NewStringUTF(args.c_str());
+    checked(env);
+    return env->ExceptionCheck() ? nullptr : env->NewStringUTF(args.c_str());
 }
 
 JNIEXPORT void JNICALL Java_com_velmora_opc_testsupport_SimControl_clearCalls(JNIEnv* env, jclass) {
     if (ready(env)) api.clearCalls();
+    checked(env);
 }
 
 JNIEXPORT jlong JNICALL Java_com_velmora_opc_testsupport_SimControl_liveObjects(JNIEnv* env, jclass, jstring kind) {
     if (!ready(env)) return 0;
     Utf k(env, kind);
-    return api.liveObjects(k.get());
+    const jlong count = api.liveObjects(k.get());
+    checked(env);
+    return count;
 }
 
 JNIEXPORT jint JNICALL Java_com_velmora_opc_testsupport_SimControl_shutdown(JNIEnv* env, jclass, jstring reason) {
     if (!ready(env)) return 0;
     Utf r(env, reason);
-    return api.shutdown(r.get());
+    const jint called = api.shutdown(r.get());
+    checked(env);
+    return called;
 }
 
 JNIEXPORT void JNICALL Java_com_velmora_opc_testsupport_SimControl_setAsyncDelay(JNIEnv* env, jclass,
                                                                                jint milliseconds) {
     if (ready(env)) api.setAsyncDelay(milliseconds);
+    checked(env);
 }
 
 JNIEXPORT void JNICALL Java_com_velmora_opc_testsupport_SimControl_reset(JNIEnv* env, jclass) {
     if (ready(env)) api.reset();
+    checked(env);
 }
 
 }  // extern "C"
@@ -155,7 +190,10 @@ struct CallbackApi {
     void (*setWithoutBrowse)(int) = nullptr;
 };
 
+const CallbackApi* remoteCallbackApi();
+
 const CallbackApi* bindCallbackApi() {
+    if (simModule == nullptr) return remoteCallbackApi();
     void* module = simModule;
     static CallbackApi bound;
     const bool all = bind(module, "SimSetInlineCompletion", bound.setInlineCompletion) &&
@@ -185,15 +223,18 @@ extern "C" {
 JNIEXPORT void JNICALL Java_com_velmora_opc_testsupport_SimControl_setWithoutBrowse(JNIEnv* env, jclass,
                                                                                   jboolean on) {
     if (const CallbackApi* f = callbackApi(env)) f->setWithoutBrowse(on ? 1 : 0);
+    checked(env);
 }
 
 JNIEXPORT void JNICALL Java_com_velmora_opc_testsupport_SimControl_setDown(JNIEnv* env, jclass, jboolean on) {
     if (const CallbackApi* f = callbackApi(env)) f->setDown(on ? 1 : 0);
+    checked(env);
 }
 
 JNIEXPORT void JNICALL Java_com_velmora_opc_testsupport_SimControl_setInlineCompletion(JNIEnv* env, jclass,
                                                                                      jboolean on) {
     if (const CallbackApi* f = callbackApi(env)) f->setInlineCompletion(on ? 1 : 0);
+    checked(env);
 }
 
 JNIEXPORT jint JNICALL Java_com_velmora_opc_testsupport_SimControl_sendWriteComplete(JNIEnv* env, jclass,
@@ -204,14 +245,18 @@ JNIEXPORT jint JNICALL Java_com_velmora_opc_testsupport_SimControl_sendWriteComp
     const CallbackApi* f = callbackApi(env);
     if (f == nullptr) return 0;
     Utf ids(env, itemIds);
-    return f->sendWriteComplete(static_cast<unsigned>(transactionId), masterError, ids.get(), itemError);
+    const jint called = f->sendWriteComplete(static_cast<unsigned>(transactionId), masterError, ids.get(), itemError);
+    checked(env);
+    return called;
 }
 
 JNIEXPORT jlong JNICALL Java_com_velmora_opc_testsupport_SimControl_connections(JNIEnv* env, jclass, jstring kind) {
     const CallbackApi* f = callbackApi(env);
     if (f == nullptr) return 0;
     Utf k(env, kind);
-    return f->connections(k.get());
+    const jlong count = f->connections(k.get());
+    checked(env);
+    return count;
 }
 
 JNIEXPORT jlong JNICALL Java_com_velmora_opc_testsupport_SimControl_callbacksMade(JNIEnv* env, jclass,
@@ -219,7 +264,9 @@ JNIEXPORT jlong JNICALL Java_com_velmora_opc_testsupport_SimControl_callbacksMad
     const CallbackApi* f = callbackApi(env);
     if (f == nullptr) return 0;
     Utf m(env, method);
-    return f->callbacksMade(m.get());
+    const jlong count = f->callbacksMade(m.get());
+    checked(env);
+    return count;
 }
 
 }  // extern "C"
@@ -229,7 +276,10 @@ namespace {
 
 using SetBrowsePortion = void (*)(int);
 
+SetBrowsePortion remoteBrowsePortion();
+
 SetBrowsePortion bindBrowsePortion() {
+    if (simModule == nullptr) return remoteBrowsePortion();
     void* module = simModule;
     SetBrowsePortion bound = nullptr;
     return bind(module, "SimSetBrowsePortion", bound) ? bound : nullptr;
@@ -243,8 +293,125 @@ extern "C" JNIEXPORT void JNICALL Java_com_velmora_opc_testsupport_SimControl_se
     static const SetBrowsePortion bound = bindBrowsePortion();
     if (bound != nullptr) {
         bound(elements);
+        checked(env);
         return;
     }
     jclass cls = env->FindClass("java/lang/IllegalStateException");
     if (cls != nullptr) env->ThrowNew(cls, "the simulation module lacks the browse portion control");
+}
+
+// The control object of a server process: every function a call through ISimulationControl on the
+// calling thread (joining the multithreaded apartment for the call, as the library's threads are in
+// it), a failure left in remoteFailure for checked().
+namespace {
+
+#ifdef _WIN32
+ISimulationControl* control = nullptr;  // held for the life of the process
+
+template <typename Call>
+void remote(Call call) {
+    const HRESULT init = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    const HRESULT hr = call(control);
+    if (FAILED(hr)) remoteFailure = hr;
+    if (SUCCEEDED(init)) CoUninitialize();
+}
+
+thread_local std::string lastArgs;
+
+const SimApi remoteApi = {
+    [](const char* m, HRESULT hr, int times) { remote([&](ISimulationControl* c) { return c->FailNext(m, hr, times); }); },
+    [](const char* id, HRESULT hr) { remote([&](ISimulationControl* c) { return c->SetItemError(id, hr); }); },
+    [](const char* m, int on) { remote([&](ISimulationControl* c) { return c->SetNullResults(m, on); }); },
+    [](const char* m) {
+        int count = 0;
+        remote([&](ISimulationControl* c) { return c->CallCount(m, &count); });
+        return count;
+    },
+    [](const char* m) -> const char* {
+        char args[4096] = "";
+        remote([&](ISimulationControl* c) { return c->LastCallArgs(m, sizeof args, args); });
+        lastArgs = args;
+        return lastArgs.c_str();
+    },
+    [] { remote([](ISimulationControl* c) { return c->ClearCalls(); }); },
+    [](const char* kind) {
+        long count = 0;
+        remote([&](ISimulationControl* c) { return c->LiveObjects(kind, &count); });
+        return count;
+    },
+    [](const char* reason) {
+        int called = 0;
+        remote([&](ISimulationControl* c) { return c->Shutdown(reason, &called); });
+        return called;
+    },
+    [](int ms) { remote([&](ISimulationControl* c) { return c->SetAsyncDelay(ms); }); },
+    [] { remote([](ISimulationControl* c) { return c->Reset(); }); },
+};
+
+const CallbackApi remoteCallbacks = {
+    [](int on) { remote([&](ISimulationControl* c) { return c->SetInlineCompletion(on); }); },
+    [](unsigned transaction, HRESULT master, const char* ids, HRESULT itemError) {
+        int called = 0;
+        remote([&](ISimulationControl* c) { return c->SendWriteComplete(transaction, master, ids, itemError, &called); });
+        return called;
+    },
+    [](const char* kind) {
+        long count = 0;
+        remote([&](ISimulationControl* c) { return c->Connections(kind, &count); });
+        return count;
+    },
+    [](const char* method) {
+        long count = 0;
+        remote([&](ISimulationControl* c) { return c->CallbacksMade(method, &count); });
+        return count;
+    },
+    [](int on) { remote([&](ISimulationControl* c) { return c->SetDown(on); }); },
+    [](int on) { remote([&](ISimulationControl* c) { return c->SetWithoutBrowse(on); }); },
+};
+
+// {C2F001D4-E227-4E3F-8EC3-326116DF4E5F}, {28AC4AAC-D76A-42C5-BEE8-2B1E8AB8D51F}
+const CLSID kControlClsid = {0xc2f001d4, 0xe227, 0x4e3f, {0x8e, 0xc3, 0x32, 0x61, 0x16, 0xdf, 0x4e, 0x5f}};
+const IID kControlIid = {0x28ac4aac, 0xd76a, 0x42c5, {0xbe, 0xe8, 0x2b, 0x1e, 0x8a, 0xb8, 0xd5, 0x1f}};
+
+// Keeps the multithreaded apartment, and with it the control proxy, for the life of the process.
+DWORD WINAPI keepApartment(void*) {
+    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    Sleep(INFINITE);
+    return 0;
+}
+
+const CallbackApi* remoteCallbackApi() { return control ? &remoteCallbacks : nullptr; }
+
+SetBrowsePortion remoteBrowsePortion() {
+    if (control == nullptr) return nullptr;
+    return [](int elements) { remote([&](ISimulationControl* c) { return c->SetBrowsePortion(elements); }); };
+}
+// Binds the control object; "" on success, else the reason.
+std::string bindRemote() {
+    if (HANDLE keeper = CreateThread(nullptr, 0, keepApartment, nullptr, 0, nullptr)) CloseHandle(keeper);
+    const HRESULT init = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    const HRESULT hr = CoCreateInstance(kControlClsid, nullptr, CLSCTX_LOCAL_SERVER, kControlIid,
+                                        reinterpret_cast<void**>(&control));
+    if (SUCCEEDED(init)) CoUninitialize();
+    if (FAILED(hr)) {
+        char text[96];
+        std::snprintf(text, sizeof text, "no control object of a server process: 0x%08X", static_cast<unsigned>(hr));
+        return text;
+    }
+    api = remoteApi;
+    return "";
+}
+#else
+std::string bindRemote() { return "the COM runtime of this project has no out-of-process servers"; }
+const CallbackApi* remoteCallbackApi() { return nullptr; }
+SetBrowsePortion remoteBrowsePortion() { return nullptr; }
+#endif
+
+}  // namespace
+
+// Binds the control object of the server process (activating the control class starts one); null on
+// success, else the reason.
+extern "C" JNIEXPORT jstring JNICALL Java_com_velmora_opc_testsupport_SimControl_openOutOfProcess(JNIEnv* env, jclass) {
+    const std::string why = bindRemote();
+    return why.empty() ? nullptr : env->NewStringUTF(why.c_str());
 }

@@ -5,17 +5,22 @@
 //   opc_sim_server.exe /RegServer                  register LocalServer32 next to the module's own keys
 //   opc_sim_server.exe /RegServer --local-only     the same without InprocServer32: every activation of
 //                                                  the class, in whatever context, crosses processes
-//   opc_sim_server.exe /UnregServer                remove LocalServer32
+//   opc_sim_server.exe /RegServer [--local-only] OPTIONS...
+//                                                  the same, started with these options; with --shared
+//                                                  the control class (SimulationControl.h) as well
+//   opc_sim_server.exe /UnregServer                remove LocalServer32 (of both classes)
 //   opc_sim_server.exe [-Embedding] [options]      serve (COM starts it with -Embedding)
 //     --browse-portion N   answer IOPCBrowse::Browse with at most N elements and a continuation point
 //     --async-delay MS     delay asynchronous requests, so that they can be cancelled or cut off
 //     --change-every-tick PREFIX   the items whose id starts with PREFIX change at every update
 //     --ready NAME         set the named event once the class object is registered
 //     --lifetime S         give up after S seconds (default 300)
+//     --shared             serve every client, and the control class, from this one process
 //
-// Each process serves one client: the next activation starts another process. The process ends by
-// itself once every server object it served is gone (exit code 0); past its lifetime with exit
-// code 3.
+// Each process serves one client: the next activation starts another process (with --shared, every
+// activation reaches the same process, whose state the control class steers, as in process). The
+// process ends by itself once every server object it served is gone and no control object is held
+// (exit code 0); past its lifetime with exit code 3.
 #include <windows.h>
 #include <objbase.h>
 
@@ -26,6 +31,7 @@
 
 #include "ComObject.h"
 #include "sim/SimControl.h"
+#include "SimulationControl.h"
 
 namespace {
 
@@ -35,7 +41,7 @@ using RegisterServer = HRESULT(STDAPICALLTYPE*)();
 constexpr wchar_t kClassKey[] = L"CLSID\\{6A1F3C52-9B47-4E8D-A2C1-5D3E7F901B24}\\LocalServer32";
 constexpr wchar_t kInprocKey[] = L"CLSID\\{6A1F3C52-9B47-4E8D-A2C1-5D3E7F901B24}\\InprocServer32";
 
-HRESULT registerLocalServer(bool localOnly) {
+HRESULT registerLocalServer(bool localOnly, const std::wstring& options) {
     // The module writes the class, its ProgIDs and categories; the executable adds how to start it.
     const HMODULE module = GetModuleHandleW(L"opc_sim.dll");
     auto registerModule = reinterpret_cast<RegisterServer>(reinterpret_cast<void*>(GetProcAddress(module, "DllRegisterServer")));
@@ -44,16 +50,18 @@ HRESULT registerLocalServer(bool localOnly) {
     wchar_t path[MAX_PATH];
     const DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
     if (length == 0 || length == MAX_PATH) return HRESULT_FROM_WIN32(GetLastError());
-    const std::wstring command = L"\"" + std::wstring(path, length) + L"\"";
+    const std::wstring command = L"\"" + std::wstring(path, length) + L"\"" + options;
     LONG rc = RegSetValueW(HKEY_CLASSES_ROOT, kClassKey, REG_SZ, command.c_str(),
                            DWORD(command.size() * sizeof(wchar_t)));
     if (rc == ERROR_SUCCESS && localOnly) rc = RegDeleteTreeW(HKEY_CLASSES_ROOT, kInprocKey);
+    if (rc == ERROR_SUCCESS && options.find(L" --shared") != std::wstring::npos) return registerSimulationControl(command);
     return HRESULT_FROM_WIN32(rc);
 }
 
 HRESULT unregisterLocalServer() {
     const LONG rc = RegDeleteTreeW(HKEY_CLASSES_ROOT, kClassKey);
-    return rc == ERROR_FILE_NOT_FOUND ? S_OK : HRESULT_FROM_WIN32(rc);
+    if (rc != ERROR_SUCCESS && rc != ERROR_FILE_NOT_FOUND) return HRESULT_FROM_WIN32(rc);
+    return unregisterSimulationControl();
 }
 
 long servedObjects() {
@@ -67,10 +75,10 @@ long servedObjects() {
 // activation after a kill was seen to start a new process instead of reaching the one registered.)
 class OneClientFactory final : public opc::support::ComObject<OneClientFactory, IClassFactory> {
 public:
-    explicit OneClientFactory(IClassFactory* inner) : inner_(inner) { inner_->AddRef(); }
+    OneClientFactory(IClassFactory* inner, bool shared) : inner_(inner), shared_(shared) { inner_->AddRef(); }
     void* interfaceFor(REFIID iid) { return IsEqualIID(iid, IID_IClassFactory) ? static_cast<IClassFactory*>(this) : nullptr; }
     HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID iid, void** out) override {
-        const DWORD cookie = cookie_.exchange(0);
+        const DWORD cookie = shared_ ? 0 : cookie_.exchange(0);
         if (cookie != 0) CoRevokeClassObject(cookie);
         return inner_->CreateInstance(outer, iid, out);
     }
@@ -81,10 +89,11 @@ public:
 private:
     ~OneClientFactory() override { inner_->Release(); }
     IClassFactory* inner_;
+    const bool shared_;
     std::atomic<DWORD> cookie_{0};
 };
 
-int serve(HANDLE ready, DWORD lifetimeMs) {
+int serve(HANDLE ready, DWORD lifetimeMs, bool shared) {
     if (FAILED(CoInitializeEx(nullptr, COINIT_MULTITHREADED))) return 2;
     // The callers are this machine's own processes: no authentication, no impersonation.
     CoInitializeSecurity(nullptr, -1, nullptr, nullptr, RPC_C_AUTHN_LEVEL_NONE, RPC_C_IMP_LEVEL_IDENTIFY, nullptr,
@@ -97,7 +106,7 @@ int serve(HANDLE ready, DWORD lifetimeMs) {
         CoUninitialize();
         return 2;
     }
-    auto* factory = new OneClientFactory(inner);
+    auto* factory = new OneClientFactory(inner, shared);
     inner->Release();
     DWORD cookie = 0;
     if (FAILED(CoRegisterClassObject(CLSID_VelmoraSimulation, static_cast<IClassFactory*>(factory),
@@ -107,6 +116,13 @@ int serve(HANDLE ready, DWORD lifetimeMs) {
         return 2;
     }
     factory->registered(cookie);
+    IClassFactory* control = shared ? newSimulationControlFactory() : nullptr;
+    DWORD controlCookie = 0;
+    if (control && FAILED(CoRegisterClassObject(CLSID_SimulationControl, control, CLSCTX_LOCAL_SERVER,
+                                                REGCLS_MULTIPLEUSE, &controlCookie))) {
+        control->Release();
+        control = nullptr;
+    }
     if (ready) SetEvent(ready);
 
     // Served: the class object was asked for a server (a client may come and go between two looks);
@@ -115,7 +131,8 @@ int serve(HANDLE ready, DWORD lifetimeMs) {
     int idleLooks = 0;
     for (DWORD waited = 0; waited < lifetimeMs; waited += 20) {
         Sleep(20);
-        const bool idle = SimCallCount("IClassFactory::CreateInstance") > 0 && servedObjects() == 0;
+        const bool idle = (SimCallCount("IClassFactory::CreateInstance") > 0 || simulationControlsMade() > 0) &&
+                          servedObjects() == 0 && liveSimulationControls() == 0;
         idleLooks = idle ? idleLooks + 1 : 0;
         if (idleLooks == 2) {
             code = 0;
@@ -124,6 +141,10 @@ int serve(HANDLE ready, DWORD lifetimeMs) {
     }
     if (const DWORD left = factory->cookie()) CoRevokeClassObject(left);
     factory->Release();
+    if (control) {
+        CoRevokeClassObject(controlCookie);
+        control->Release();
+    }
     CoUninitialize();
     return code;
 }
@@ -133,13 +154,25 @@ int serve(HANDLE ready, DWORD lifetimeMs) {
 int main(int argc, char** argv) {
     HANDLE ready = nullptr;
     DWORD lifetimeMs = 300 * 1000;
+    bool shared = false;
     for (int i = 1; i < argc; ++i) {
         const char* arg = argv[i];
         const char* value = i + 1 < argc ? argv[i + 1] : nullptr;
-        if (_stricmp(arg, "/RegServer") == 0 || _stricmp(arg, "-RegServer") == 0)
-            return FAILED(registerLocalServer(value != nullptr && std::strcmp(value, "--local-only") == 0));
+        if (_stricmp(arg, "/RegServer") == 0 || _stricmp(arg, "-RegServer") == 0) {
+            const bool localOnly = value != nullptr && std::strcmp(value, "--local-only") == 0;
+            std::wstring options;
+            for (int o = localOnly ? i + 2 : i + 1; o < argc; ++o) {
+                options += L' ';
+                for (const char* c = argv[o]; *c; ++c) options += wchar_t(*c);  // ASCII options
+            }
+            return FAILED(registerLocalServer(localOnly, options));
+        }
         if (_stricmp(arg, "/UnregServer") == 0 || _stricmp(arg, "-UnregServer") == 0) return FAILED(unregisterLocalServer());
         if (_stricmp(arg, "-Embedding") == 0 || _stricmp(arg, "/Embedding") == 0) continue;
+        if (std::strcmp(arg, "--shared") == 0) {
+            shared = true;
+            continue;
+        }
         if (value == nullptr) return 1;
         if (std::strcmp(arg, "--browse-portion") == 0) SimSetBrowsePortion(std::atoi(value));
         else if (std::strcmp(arg, "--async-delay") == 0) SimSetAsyncDelay(std::atoi(value));
@@ -149,7 +182,7 @@ int main(int argc, char** argv) {
         else return 1;
         ++i;
     }
-    const int code = serve(ready, lifetimeMs);
+    const int code = serve(ready, lifetimeMs, shared);
     if (ready) CloseHandle(ready);
     return code;
 }

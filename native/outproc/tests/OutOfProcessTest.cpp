@@ -174,9 +174,12 @@ TEST_F(OutOfProcessTest, StatusCommonGroupsItemsAndSynchronousIo) {
     EXPECT_EQ(0, process.exitCode());
 }
 
+// The allocation spy: what the stubs in this process allocate for the callbacks' arrays, they free.
 TEST_F(OutOfProcessTest, SubscriptionAndAsynchronousIoCallBackOnRpcThreads) {
     ServerProcess process;
     ASSERT_TRUE(process.start(L"--async-delay 200"));
+    auto spy = ComPtr<AllocationSpy>::attach(new AllocationSpy);
+    ASSERT_EQ(S_OK, CoRegisterMallocSpy(spy.get()));
     {
         ComPtr<IOPCServer> server = activate();
         ASSERT_TRUE(server);
@@ -227,6 +230,9 @@ TEST_F(OutOfProcessTest, SubscriptionAndAsynchronousIoCallBackOnRpcThreads) {
         EXPECT_EQ(S_OK, server->RemoveGroup(group.serverHandle, FALSE));
     }
     EXPECT_EQ(0, process.exitCode());
+    EXPECT_EQ(0u, spy->badFrees());
+    EXPECT_EQ(0u, spy->live());
+    EXPECT_EQ(S_OK, CoRevokeMallocSpy());
 }
 
 // The old browse walks by position through IEnumString; the new one pages with continuation

@@ -153,6 +153,7 @@ class OpcClientTest extends OpenClient {
 
     @Test
     void aServerWithoutTheNewerBrowseInterfaceIsBrowsedByPosition() {
+        TestSupport.assumeInProcess("the proxy keeps answering for IOPCBrowse once it has it, whatever the server says later");
         try (OpcServer server = client.connect(SimControl.PROG_ID)) {
             List<String> newer = server.browse("Simulation.Static").stream()
                     .map(e -> e.kind() + " " + e.name() + " " + e.itemId()).sorted().toList();

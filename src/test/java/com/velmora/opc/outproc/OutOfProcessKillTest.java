@@ -22,7 +22,7 @@ import org.junit.jupiter.api.*;
  * the JVM runs on, calls fail with the RPC disconnection codes, the dead proxies release cleanly, and
  * a connection that watches its server reports the loss and comes back once the server can start
  * again (activation starts a new process).
- * Each test runs twice and prints the JVM's live task memory after each run.
+ * Each test runs twice and leaves no task memory in the JVM.
  */
 class OutOfProcessKillTest {
     @BeforeAll
@@ -42,7 +42,7 @@ class OutOfProcessKillTest {
 
     @Test
     void killedMidSubscriptionTheNativesFailAsDisconnected() throws Exception {
-        runTwiceReportingTaskMemory("killedMidSubscriptionTheNativesFailAsDisconnected", this::killedMidSubscriptionTheNativesFailAsDisconnectedOnce);
+        runTwiceLeavingNoTaskMemory(this::killedMidSubscriptionTheNativesFailAsDisconnectedOnce);
     }
 
     private void killedMidSubscriptionTheNativesFailAsDisconnectedOnce() throws Exception {
@@ -82,7 +82,7 @@ class OutOfProcessKillTest {
 
     @Test
     void killedMidCallTheCallFailsAsDisconnected() throws Exception {
-        runTwiceReportingTaskMemory("killedMidCallTheCallFailsAsDisconnected", this::killedMidCallTheCallFailsAsDisconnectedOnce);
+        runTwiceLeavingNoTaskMemory(this::killedMidCallTheCallFailsAsDisconnectedOnce);
     }
 
     private void killedMidCallTheCallFailsAsDisconnectedOnce() throws Exception {
@@ -110,7 +110,7 @@ class OutOfProcessKillTest {
 
     @Test
     void aWatchedConnectionReportsTheLossAndComesBackWithANewProcess() throws Exception {
-        runTwiceReportingTaskMemory("aWatchedConnectionReportsTheLossAndComesBackWithANewProcess", this::aWatchedConnectionReportsTheLossAndComesBackWithANewProcessOnce);
+        runTwiceLeavingNoTaskMemory(this::aWatchedConnectionReportsTheLossAndComesBackWithANewProcessOnce);
     }
 
     private void aWatchedConnectionReportsTheLossAndComesBackWithANewProcessOnce() throws Exception {

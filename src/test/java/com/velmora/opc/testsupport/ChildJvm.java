@@ -53,6 +53,7 @@ public final class ChildJvm {
                     "-Dopc.library.path=" + dir,
                     "-Dopc.native.dir=" + dir));
             if (Runtime.version().feature() >= 16) command.add("--enable-native-access=ALL-UNNAMED");
+            if (SimControl.outOfProcess()) command.add("-Dopc.test.server=outproc");
             command.addAll(List.of("-cp", classes + File.pathSeparator + codeSource(ChildMain.class),
                     ChildMain.class.getName()));
             command.addAll(List.of(args));

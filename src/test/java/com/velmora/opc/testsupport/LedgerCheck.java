@@ -21,8 +21,8 @@ public final class LedgerCheck implements BeforeEachCallback, AfterEachCallback 
      */
     private static Map<String, Long> snapshot() {
         Map<String, Long> counts = new LinkedHashMap<>();
-        String[] kinds = {"task memory blocks", "BSTRs", "SAFEARRAYs"};
-        for (int kind = TestSupport.TASK_MEMORY; kind <= TestSupport.SAFEARRAY; kind++) {
+        String[] kinds = {"task memory blocks", "BSTRs", "SAFEARRAYs", "task memory blocks freed twice"};
+        for (int kind = TestSupport.TASK_MEMORY; kind <= TestSupport.DOUBLE_FREES; kind++) {
             long live = TestSupport.ledgerLiveCount(kind);
             if (live >= 0) counts.put(kinds[kind], live);
         }

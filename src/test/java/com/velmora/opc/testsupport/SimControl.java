@@ -5,21 +5,30 @@ import java.io.File;
 /**
  * The simulation server's control surface: failure injection, per-item errors, null results, the
  * record of the calls it received and its live object counts. Method names are
- * "Interface::Method", e.g. "IOPCSyncIO::Read".
+ * "Interface::Method", e.g. "IOPCSyncIO::Read". With the system property opc.test.server=outproc the
+ * server is a process of its own (opc_sim_server.exe --shared, registered as LocalServer32), steered
+ * through its control object.
  */
 public final class SimControl {
     public static final String PROG_ID = "Velmora.Simulation.1";
     public static final String CLSID = "{6A1F3C52-9B47-4E8D-A2C1-5D3E7F901B24}";
 
+    private static final boolean OUT_OF_PROCESS = "outproc".equals(System.getProperty("opc.test.server"));
     private static final String PROBLEM;
 
     static {
         TestSupport.ledgerLiveCount(TestSupport.TASK_MEMORY); // loads the test-support library
         File module = new File(TestSupport.nativeDir(), System.mapLibraryName("opc_sim"));
-        PROBLEM = module.isFile() ? open(module.getAbsolutePath()) : "no simulation module at " + module;
+        PROBLEM = OUT_OF_PROCESS ? openOutOfProcess()
+                : module.isFile() ? open(module.getAbsolutePath()) : "no simulation module at " + module;
     }
 
     private SimControl() {}
+
+    /** Whether the server runs in a process of its own (opc.test.server=outproc). */
+    public static boolean outOfProcess() {
+        return OUT_OF_PROCESS;
+    }
 
     /** Whether the simulation module is built and its control surface bound. */
     public static boolean available() {
@@ -32,6 +41,8 @@ public final class SimControl {
     }
 
     private static native String open(String modulePath);
+
+    private static native String openOutOfProcess();
 
     /** Makes the method return hr, `times` times (-1 until cleared, 0 clears). */
     public static native void failNext(String method, int hr, int times);

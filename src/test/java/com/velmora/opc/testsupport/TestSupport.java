@@ -10,6 +10,8 @@ public final class TestSupport {
     public static final int TASK_MEMORY = 0;
     public static final int BSTR = 1;
     public static final int SAFEARRAY = 2;
+    /** On Windows: task memory blocks freed twice (freed, not handed out again, freed once more). */
+    public static final int DOUBLE_FREES = 3;
 
     static {
         NativeLibrary.load();
@@ -48,6 +50,11 @@ public final class TestSupport {
     public static void assumeNotWine(String reason) {
         String wine = wineVersion();
         Assumptions.assumeTrue(wine == null, () -> "skipped under Wine " + wine + ": " + reason);
+    }
+
+    /** Skips the test when the simulation server runs in a process of its own, for the reason given. */
+    public static void assumeInProcess(String reason) {
+        Assumptions.assumeFalse(SimControl.outOfProcess(), () -> "skipped out of process: " + reason);
     }
 
     /** A probe object answering IUnknown and the given IIDs; the handle holds one reference. */
