@@ -39,8 +39,11 @@ run() {
 }
 
 [ "$which" = outproc ] || "$java" -version 2>&1 | head -1
-# The memory run has a fixed, pre-touched heap, so that the resident set shows what native code keeps.
+# The memory run has a fixed, pre-touched heap and one glibc arena, so that the resident set shows what
+# native code keeps: with glibc's default, threads that meet in malloc get arenas of their own, a
+# one-time step of up to about 1 MB that lands at whichever sample it happens to.
 memory=(-Xms128m -Xmx128m -XX:+AlwaysPreTouch)
+memory_run() { MALLOC_ARENA_MAX=1 run "${memory[@]}" com.velmora.opc.bench.MemoryBench "$@"; }
 case "$which" in
     read) run com.velmora.opc.bench.SyncReadBench "$@" ;;
     delivery) run com.velmora.opc.bench.DeliveryBench "$@" ;;
@@ -48,14 +51,14 @@ case "$which" in
     async) run com.velmora.opc.bench.AsyncReadBench "$@" ;;
     browse) run com.velmora.opc.bench.BrowseBench "$@" ;;
     small) run com.velmora.opc.bench.SmallUpdatesBench "$@" ;;
-    memory) run "${memory[@]}" com.velmora.opc.bench.MemoryBench "$@" ;;
+    memory) memory_run "$@" ;;
     outproc) bash tools/bench-outproc.sh "$classes" "$@" ;;
     all)
         for main in SyncReadBench DeliveryBench WriteBench AsyncReadBench BrowseBench SmallUpdatesBench; do
             run com.velmora.opc.bench.$main
             echo
         done
-        run "${memory[@]}" com.velmora.opc.bench.MemoryBench
+        memory_run
         ;;
     *) echo "usage: tools/bench.sh [all | read | delivery | write | async | browse | small | memory | outproc] [arguments]" >&2
        exit 2 ;;
