@@ -26,6 +26,7 @@ public final class Codes {
     public static final int CONNECT_E_ADVISELIMIT = 0x80040201;
     public static final int REGDB_E_CLASSNOTREG = 0x80040154;
     public static final int RPC_S_SERVER_UNAVAILABLE = 0x800706BA;
+    public static final int RPC_X_NULL_REF_POINTER = 0x800706F4;
     public static final int OPC_E_INVALIDHANDLE = 0xC0040001;
     public static final int OPC_E_BADTYPE = 0xC0040004;
     public static final int OPC_E_BADRIGHTS = 0xC0040006;

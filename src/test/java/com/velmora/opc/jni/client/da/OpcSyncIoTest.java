@@ -167,7 +167,6 @@ class OpcSyncIoTest {
 
     @Test
     void writeArrayBuildsEachValueByItsTypeAndReportsThroughTheListenerOrTheLog() {
-        TestSupport.assumeInProcess("the proxy refuses null arrays with RPC_X_NULL_REF_POINTER before the server sees them");
         try (SimFixture sim = SimFixture.open(); LogCapture log = new LogCapture()) {
             SimFixture.Group g = sim.group("w", 1000, "Simulation.Static.R8", "Simulation.Static.BOOL",
                     "Simulation.Array.I4", "Simulation.Static.BSTR", "Simulation.Access.ReadOnly",
@@ -207,17 +206,20 @@ class OpcSyncIoTest {
             SimControl.failNext("IOPCSyncIO::Write", E_FAIL, 1);
             assertEquals(E_FAIL, OpcSyncIo.writeArray(io, 1, h, types, values, returns));
             assertEquals(written(E_FAIL, 1, h, null), returns.last());
-            assertEquals(E_INVALIDARG, OpcSyncIo.writeArray(io, 0, h, types, values, returns));
-            assertEquals(written(E_INVALIDARG, 0, h, null), returns.last());
+            // No items: null arrays, which the server refuses; a proxy refuses them before the server sees them.
+            boolean proxied = SimControl.outOfProcess();
+            int none = proxied ? RPC_X_NULL_REF_POINTER : E_INVALIDARG;
+            assertEquals(none, OpcSyncIo.writeArray(io, 0, h, types, values, returns));
+            assertEquals(written(none, 0, h, null), returns.last());
             assertEquals(0, OpcSyncIo.writeArray(0, 1, h, types, values, returns));
             assertEquals(0, OpcSyncIo.writeArray(io, -1, h, types, values, returns));
             assertEquals(0, OpcSyncIo.writeArray(io, 9, h, types, values, returns));
-            assertEquals(2, SimControl.callCount("IOPCSyncIO::Write"));
+            assertEquals(proxied ? 1 : 2, SimControl.callCount("IOPCSyncIO::Write"));
             assertEquals(5, returns.calls().size());
             // The write happens; only its report is lost or fails in Java.
             assertEquals(0, OpcSyncIo.writeArray(io, 1, h, types, values, null));
             assertThrows(NoSuchMethodError.class, () -> OpcSyncIo.writeArray(io, 1, h, types, values, new Object()));
-            assertEquals(4, SimControl.callCount("IOPCSyncIO::Write"));
+            assertEquals(proxied ? 3 : 4, SimControl.callCount("IOPCSyncIO::Write"));
             assertEquals(List.of("OpcEnv::write->sio is null", "Unexpected exception in OpcEnv::write.",
                     "Unexpected exception in OpcEnv::write.", "OpcEnv::write - jclass object clazz is null",
                     "OpcEnv::write - jni method ids are null"), log.texts());
