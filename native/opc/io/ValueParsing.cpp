@@ -84,17 +84,18 @@ private:
     std::optional<std::istringstream> in_;
 };
 
-// Calls each(i, token) for every comma-separated token of the text in order, empty ones included,
-// until it answers false; answers whether every call answered true.
+// Calls each(token) for every token of the text between delimiters, in order, empty ones only when
+// keepEmpty is set, until it answers false; answers whether every call answered true. With ',' and
+// keepEmpty a text of k commas has k + 1 tokens.
 template <typename Each>
-bool forEachToken(std::string_view text, Each&& each) {
+bool forEachToken(std::string_view text, char delimiter, bool keepEmpty, Each&& each) {
     size_t start = 0;
-    for (LONG i = 0;; ++i) {
-        const size_t comma = text.find(',', start);
-        const size_t stop = comma == std::string_view::npos ? text.size() : comma;
-        if (!each(i, text.substr(start, stop - start))) return false;
-        if (comma == std::string_view::npos) return true;
-        start = comma + 1;
+    for (;;) {
+        const size_t found = text.find(delimiter, start);
+        const size_t stop = found == std::string_view::npos ? text.size() : found;
+        if ((keepEmpty || stop > start) && !each(text.substr(start, stop - start))) return false;
+        if (found == std::string_view::npos) return true;
+        start = found + 1;
     }
 }
 
@@ -105,7 +106,8 @@ bool putEach(SAFEARRAY* array, std::string_view text, Make&& make) {
     const support::ArrayData data(array);
     Element* const elements = data.elements<Element>();
     if (elements == nullptr) return false;
-    return forEachToken(text, [&](LONG i, std::string_view token) { return make(token, elements[i]); });
+    size_t i = 0;
+    return forEachToken(text, ',', true, [&](std::string_view token) { return make(token, elements[i++]); });
 }
 
 // Element i from token i, read as Read and stored as Element; a value above limit fails.
@@ -196,19 +198,11 @@ namespace OpcEnv {
 
 size_t split(const std::string& text, std::vector<std::string>& tokens, char delimiter, bool keepEmpty) {
     size_t count = 0;
-    size_t start = 0;
-    for (size_t position = 0; position < text.size(); ++position) {
-        if (text[position] != delimiter) continue;
-        if (keepEmpty || position > start) {
-            tokens.push_back(text.substr(start, position - start));
-            ++count;
-        }
-        start = position + 1;
-    }
-    if (keepEmpty || text.size() > start) {
-        tokens.push_back(text.substr(start));
+    forEachToken(text, delimiter, keepEmpty, [&](std::string_view token) {
+        tokens.emplace_back(token);
         ++count;
-    }
+        return true;
+    });
     return count;
 }
 
