@@ -65,19 +65,53 @@ jvm=("$WINE64" "$jre/bin/java.exe" -Xcheck:jni --enable-native-access=ALL-UNNAME
      "-Dopc.library.path=$w_bin" "-Dopc.native.dir=$w_bin"
      "-Djava.security.properties=$(wine_path "$root/target/test-classes/windows-test.security")")
 
+# A test that hangs: once the test watchdog has printed the Java threads into LOG, the native stacks of
+# every thread of the prefix's processes go to LOG.native.txt (winedbg), once.
+native_stacks_on_hang() {
+    local log=$1
+    while sleep 5; do
+        if grep -q '^watchdog: ' "$log" 2>/dev/null; then
+            timeout 120 "$WINE64" winedbg --command "bt all" >"$log.native.txt" 2>&1
+            return
+        fi
+    done
+}
+
+# The threads of the JVM and of the simulation server that were inside one of the project's modules,
+# one line per frame: function (or offset, where the module has no symbols) and module.
+our_native_stacks() {
+    awk 'function flush() { if (hit) printf "%s\n%s", head, body; hit = 0 }
+         /^Backtracing for thread/ { flush(); ours = ($0 ~ /java\.exe|opc_sim_server\.exe/); head = $0; body = ""; next }
+         ours && /^ *(=>)?[0-9]+ 0x[0-9a-f]+ / {
+             frame = $0; sub(/^ *(=>)?[0-9]+ 0x[0-9a-f]+ /, "", frame); sub(/\(.*/, "", frame)
+             if (frame ~ /^in / && match($0, /\(\+0x[0-9a-f]+\)/)) frame = substr($0, RSTART + 1, RLENGTH - 2)
+             module = "?"
+             if (match($0, / in [A-Za-z0-9_.]+ \(/)) module = substr($0, RSTART + 4, RLENGTH - 6)
+             body = body "    " frame " in " module "\n"
+             if (module ~ /^opc/) hit = 1
+         }
+         END { flush() }' "$1"
+}
+
 # run_suite LOG [JVM OPTIONS...] -- LAUNCHER SELECTORS...: runs the test classes, prints the summary and
 # every skipped test with its reason; fails on any failure, JNI warning or error of initEnv.
 run_suite() {
-    local log=$1 options=() status found
+    local log=$1 options=() status found watcher
     shift
     while [ "$1" != "--" ]; do options+=("$1"); shift; done
     shift
+    rm -f "$log.native.txt"
+    : >"$log"
+    native_stacks_on_hang "$log" &
+    watcher=$!
     # The classes are on the JVM's own class path, as under surefire: threads that native code attaches
     # find the library's classes through the system class loader.
     (cd "$cache" && "${jvm[@]}" "${options[@]}" -cp "$(wine_path "$launcher");$classes" \
         org.junit.platform.console.ConsoleLauncher execute --disable-banner --disable-ansi-colors --details=tree \
         "$@" --fail-if-no-tests) >"$log" 2>&1
     status=$?
+    kill "$watcher" 2>/dev/null
+    wait "$watcher" 2>/dev/null
     tr -d '\r' <"$log" >"$log.txt"
     grep -E '\[ +[0-9]+ tests ' "$log.txt" | sed 's/^/windows-java: /'
     # Tests skipped here (aborted by an assumption), each with its reason.
@@ -93,6 +127,15 @@ run_suite() {
     fi
     if [ "$status" -ne 0 ]; then
         grep -E -A 12 '✘|MethodSource|JUnit Jupiter:.*\(.*\)$' "$log.txt" | head -n 150 >&2
+        # A test that ran long: the watchdog's last dump of the threads, where it was waiting.
+        awk '/^watchdog: / { dump = $0 "\n"; on = 1; next }
+             on && /^("|    at )/ { dump = dump $0 "\n"; next }
+             { on = 0 }
+             END { printf "%s", dump }' "$log.txt" | head -n 200 >&2
+        if [ -s "$log.native.txt" ]; then
+            echo "windows-java: native stacks while a test ran long (all of them: $log.native.txt):" >&2
+            our_native_stacks "$log.native.txt" | head -n 200 >&2
+        fi
         die "test failures in the Windows JVM (exit $status; log: $log.txt)"
     fi
     # Start-up of the proxy/stub modules: the JVM logs no error of initEnv.
@@ -125,7 +168,7 @@ fi
 # which SimControl steers it (opc.test.server=outproc; its marshalling is opc_simcontrol_ps.dll).
 [ -f "$bin/opc_simcontrol_ps.dll" ] || die "no $bin/opc_simcontrol_ps.dll (run tools/cross-build.sh)"
 wine_register "$bin/opc_simcontrol_ps.dll" || die "registering opc_simcontrol_ps.dll failed"
-"$WINE64" "$bin/opc_sim_server.exe" /RegServer --local-only --shared --lifetime 1800 ||
+"$WINE64" "$bin/opc_sim_server.exe" /RegServer --local-only --shared --lifetime 600 ||
     die "registering opc_sim_server.exe failed"
 say "running the server-facing test classes against opc_sim_server.exe"
 run_suite "$cache/junit-outproc.log" -Dopc.test.server=outproc -- \
