@@ -153,7 +153,8 @@ jintArray resultArray(JNIEnv* env, const std::vector<jint>& results) {
 
 }  // namespace
 
-// Exported for ServerCost.cpp: the VARIANTs of the value texts, built once before a server is timed.
+// Exported for ServerCost.cpp: the VARIANTs of the value texts, built once before a server is timed, and
+// the floor of a read completion, made on the server's thread there.
 namespace opc::bench {
 
 bool parseValues(JNIEnv* env, jintArray types, jobjectArray texts, std::vector<VARIANT>& out) {
@@ -172,6 +173,75 @@ bool parseValues(JNIEnv* env, jintArray types, jobjectArray texts, std::vector<V
         env->DeleteLocalRef(text);
     }
     return true;
+}
+
+ReadCompletionFloor::~ReadCompletionFloor() {
+    if (env_ == nullptr) return;
+    if (receiver_ != nullptr) env_->DeleteGlobalRef(receiver_);
+    if (stringClass_ != nullptr) env_->DeleteGlobalRef(stringClass_);
+}
+
+bool ReadCompletionFloor::prepare(JNIEnv* env, jobject receiver, jintArray handles, jintArray kinds,
+                                  jdoubleArray numbers, jobjectArray texts, jintArray qualities, jlongArray times,
+                                  jintArray errors) {
+    completed_ = method(env, receiver, "OnReadCompleted", "(IIII[I[I[Ljava/lang/String;[I[J[I)V");
+    if (completed_ == nullptr) return false;
+    if (!calls_.copyFrom(env, handles, numbers, texts, times, qualities, errors)) return false;
+    const auto n = static_cast<jsize>(calls_.size());
+    if (kinds == nullptr || env->GetArrayLength(kinds) != n) {
+        throwIllegalArgument(env, "kinds of another length");
+        return false;
+    }
+    kinds_.resize(calls_.size());
+    env->GetIntArrayRegion(kinds, 0, n, kinds_.data());
+    numeric_ = numbers != nullptr;
+    jclass stringClass = env->FindClass("java/lang/String");
+    if (stringClass == nullptr) return false;
+    env_ = env;
+    stringClass_ = static_cast<jclass>(env->NewGlobalRef(stringClass));
+    receiver_ = env->NewGlobalRef(receiver);
+    env->DeleteLocalRef(stringClass);
+    return stringClass_ != nullptr && receiver_ != nullptr;
+}
+
+bool ReadCompletionFloor::call(JNIEnv* env, int64_t* calledAt) const {
+    const auto n = static_cast<jsize>(calls_.size());
+    jobjectArray texts = env->NewObjectArray(n, stringClass_, nullptr);
+    if (texts == nullptr) return false;
+    for (jsize i = 0; i < n; ++i) {
+        jstring text;
+        if (numeric_) {
+            char digits[32];
+            const auto written = std::to_chars(digits, digits + sizeof digits - 1, calls_.numbers[size_t(i)],
+                                               std::chars_format::general, 6);
+            *written.ptr = 0;
+            text = env->NewStringUTF(digits);
+        } else {
+            const std::u16string& units = calls_.texts[size_t(i)];
+            text = env->NewString(reinterpret_cast<const jchar*>(units.data()), static_cast<jsize>(units.size()));
+        }
+        if (text == nullptr) return false;
+        env->SetObjectArrayElement(texts, i, text);
+        env->DeleteLocalRef(text);
+    }
+    jintArray handles = env->NewIntArray(n);
+    jintArray kinds = env->NewIntArray(n);
+    jintArray qualities = env->NewIntArray(n);
+    jlongArray times = env->NewLongArray(n);
+    jintArray errors = env->NewIntArray(n);
+    if (handles == nullptr || kinds == nullptr || qualities == nullptr || times == nullptr || errors == nullptr)
+        return false;
+    env->SetIntArrayRegion(handles, 0, n, calls_.handles.data());
+    env->SetIntArrayRegion(kinds, 0, n, kinds_.data());
+    env->SetIntArrayRegion(qualities, 0, n, calls_.qualities.data());
+    env->SetLongArrayRegion(times, 0, n, calls_.times.data());
+    env->SetIntArrayRegion(errors, 0, n, calls_.errors.data());
+    if (calledAt != nullptr) *calledAt = nowNanos();
+    env->CallVoidMethod(receiver_, completed_, 1, 0, 0, n, handles, kinds, texts, qualities, times, errors);
+    for (jobject local : {static_cast<jobject>(texts), static_cast<jobject>(handles), static_cast<jobject>(kinds),
+                          static_cast<jobject>(qualities), static_cast<jobject>(times), static_cast<jobject>(errors)})
+        env->DeleteLocalRef(local);
+    return !env->ExceptionCheck();
 }
 
 }  // namespace opc::bench
@@ -218,68 +288,16 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_writeFloor(
     });
 }
 
-// Per round: the OnReadCompleted call of a data callback with the same arrays as the library's: the
-// value texts made from the numbers (6 significant digits) or from the texts' UTF-16 units, one
-// String each put into a new String array, and the handles, kinds, qualities, times and errors
-// copied into new Java arrays.
+// Per round: the OnReadCompleted call of a data callback with the same arrays as the library's
+// (ReadCompletionFloor).
 JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_readCompletedFloor(
     JNIEnv* env, jclass, jobject receiver, jintArray handleArray, jintArray kindArray, jdoubleArray numberArray,
     jobjectArray textArray, jintArray qualityArray, jlongArray timeArray, jintArray errorArray, jint rounds) {
-    const jmethodID completed =
-        method(env, receiver, "OnReadCompleted", "(IIII[I[I[Ljava/lang/String;[I[J[I)V");
-    if (completed == nullptr) return nullptr;
-    Calls calls;
-    if (!calls.copyFrom(env, handleArray, numberArray, textArray, timeArray, qualityArray, errorArray)) return nullptr;
-    const auto n = static_cast<jsize>(calls.size());
-    std::vector<jint> kinds(calls.size());
-    if (kindArray == nullptr || env->GetArrayLength(kindArray) != n) {
-        throwIllegalArgument(env, "kinds of another length");
+    ReadCompletionFloor floor;
+    if (!floor.prepare(env, receiver, handleArray, kindArray, numberArray, textArray, qualityArray, timeArray,
+                       errorArray))
         return nullptr;
-    }
-    env->GetIntArrayRegion(kindArray, 0, n, kinds.data());
-    jclass stringClass = env->FindClass("java/lang/String");
-    if (stringClass == nullptr) return nullptr;
-    const bool numeric = numberArray != nullptr;
-    jlongArray result = timeRounds(env, rounds, [&] {
-        jobjectArray texts = env->NewObjectArray(n, stringClass, nullptr);
-        if (texts == nullptr) return false;
-        for (jsize i = 0; i < n; ++i) {
-            jstring text;
-            if (numeric) {
-                char digits[32];
-                const auto written = std::to_chars(digits, digits + sizeof digits - 1, calls.numbers[size_t(i)],
-                                                   std::chars_format::general, 6);
-                *written.ptr = 0;
-                text = env->NewStringUTF(digits);
-            } else {
-                const std::u16string& units = calls.texts[size_t(i)];
-                text = env->NewString(reinterpret_cast<const jchar*>(units.data()), static_cast<jsize>(units.size()));
-            }
-            if (text == nullptr) return false;
-            env->SetObjectArrayElement(texts, i, text);
-            env->DeleteLocalRef(text);
-        }
-        jintArray handles = env->NewIntArray(n);
-        jintArray kindsOut = env->NewIntArray(n);
-        jintArray qualities = env->NewIntArray(n);
-        jlongArray times = env->NewLongArray(n);
-        jintArray errors = env->NewIntArray(n);
-        if (handles == nullptr || kindsOut == nullptr || qualities == nullptr || times == nullptr || errors == nullptr)
-            return false;
-        env->SetIntArrayRegion(handles, 0, n, calls.handles.data());
-        env->SetIntArrayRegion(kindsOut, 0, n, kinds.data());
-        env->SetIntArrayRegion(qualities, 0, n, calls.qualities.data());
-        env->SetLongArrayRegion(times, 0, n, calls.times.data());
-        env->SetIntArrayRegion(errors, 0, n, calls.errors.data());
-        env->CallVoidMethod(receiver, completed, 1, 0, 0, n, handles, kindsOut, texts, qualities, times, errors);
-        for (jobject local : {static_cast<jobject>(texts), static_cast<jobject>(handles),
-                              static_cast<jobject>(kindsOut), static_cast<jobject>(qualities),
-                              static_cast<jobject>(times), static_cast<jobject>(errors)})
-            env->DeleteLocalRef(local);
-        return !env->ExceptionCheck();
-    });
-    env->DeleteLocalRef(stringClass);
-    return result;
+    return timeRounds(env, rounds, [&] { return floor.call(env); });
 }
 
 // Per round: one add call per element with two Strings made from the UTF-16 units of its name and item

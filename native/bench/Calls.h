@@ -41,6 +41,33 @@ struct UpdateIds {
     bool lookUp(JNIEnv* env, jobject receiver);
 };
 
+// The floor of a read completion: the OnReadCompleted call of a data callback with the same arrays as
+// the library's: the value texts made from the numbers (6 significant digits) or from the texts' UTF-16
+// units, one String each put into a new String array, and the handles, kinds, qualities, times and
+// errors copied into new Java arrays. Prepared on a Java thread; called on any attached thread.
+class ReadCompletionFloor {
+public:
+    ReadCompletionFloor() = default;
+    ~ReadCompletionFloor();
+    ReadCompletionFloor(const ReadCompletionFloor&) = delete;
+    ReadCompletionFloor& operator=(const ReadCompletionFloor&) = delete;
+
+    // Copies the arrays and looks up the receiver's method; false with an exception pending.
+    bool prepare(JNIEnv* env, jobject receiver, jintArray handles, jintArray kinds, jdoubleArray numbers,
+                 jobjectArray texts, jintArray qualities, jlongArray times, jintArray errors);
+    // One call, the time just before it in *calledAt; false when an exception is pending after it.
+    bool call(JNIEnv* env, int64_t* calledAt = nullptr) const;
+
+private:
+    JNIEnv* env_ = nullptr;  // the preparing thread's, which deletes the global references
+    Calls calls_;
+    std::vector<jint> kinds_;
+    bool numeric_ = false;
+    jmethodID completed_ = nullptr;
+    jclass stringClass_ = nullptr;
+    jobject receiver_ = nullptr;
+};
+
 // A Java long array of the measured nanoseconds, or null with an exception pending.
 jlongArray toJava(JNIEnv* env, const std::vector<int64_t>& nanos);
 

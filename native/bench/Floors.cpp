@@ -174,6 +174,41 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_stringFloor
     return callingThreadFloor(env, receiver, handles, nullptr, texts, times, qualities, errors, synchronous, rounds);
 }
 
+// The least whole read: per round, IOPCSyncIO::Read of the handles, the floor's update calls (numeric
+// when numbers are given, else string ones made from the texts, synchronous flag true), then every value
+// cleared and both result blocks freed. Made together, the server's allocations and the calls' meet in
+// the caches as they do in a library's read; less the floor alone, this is the server's share.
+JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_readFloor(
+    JNIEnv* env, jclass, jlong syncIo, jintArray serverHandles, jboolean fromCache, jobject receiver,
+    jintArray handles, jdoubleArray numbers, jobjectArray texts, jlongArray times, jintArray qualities,
+    jintArray errors, jint rounds) {
+    if (syncIo == 0 || serverHandles == nullptr) {
+        throwIllegalArgument(env, "no IOPCSyncIO handle or no server handles");
+        return nullptr;
+    }
+    Calls calls;
+    UpdateIds ids;
+    if (!prepare(env, receiver, handles, numbers, texts, times, qualities, errors, &calls, &ids)) return nullptr;
+    std::vector<OPCHANDLE> items(static_cast<size_t>(env->GetArrayLength(serverHandles)));
+    env->GetIntArrayRegion(serverHandles, 0, static_cast<jsize>(items.size()), reinterpret_cast<jint*>(items.data()));
+    auto* io = reinterpret_cast<IOPCSyncIO*>(static_cast<intptr_t>(syncIo));
+    HRESULT hr = S_OK;
+    jlongArray nanos = timeRounds(env, rounds, [&] {
+        OPCITEMSTATE* states = nullptr;
+        HRESULT* itemErrors = nullptr;
+        hr = io->Read(fromCache ? OPC_DS_CACHE : OPC_DS_DEVICE, static_cast<DWORD>(items.size()), items.data(),
+                      &states, &itemErrors);
+        const bool called = FAILED(hr) || (numbers != nullptr ? numericRound(env, receiver, ids.numeric, calls, JNI_TRUE)
+                                                              : stringRound(env, receiver, ids.string, calls, JNI_TRUE));
+        for (size_t i = 0; states != nullptr && i < items.size(); ++i) VariantClear(&states[i].vDataValue);
+        CoTaskMemFree(states);
+        CoTaskMemFree(itemErrors);
+        return SUCCEEDED(hr) && called;
+    });
+    if (FAILED(hr) && !env->ExceptionCheck()) throwIllegalState(env, "IOPCSyncIO::Read failed");
+    return nanos;
+}
+
 // The floor of a data change: the numeric update calls (synchronous flag false) from a native thread
 // that is attached once for all rounds.
 JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_attachedThreadFloor(

@@ -4,6 +4,7 @@
 #include "opc/platform.h"
 
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 
 #include "Calls.h"
@@ -35,23 +36,30 @@ void throwFailure(JNIEnv* env, const char* what, HRESULT hr) {
 // and other transactions are not counted.
 class NullSink : public opc::support::ComObject<NullSink, IOPCDataCallback> {
 public:
+    // Made on a read completion of the awaited transaction instead of nothing: hands the values over
+    // and answers when it did (0 when it failed), which counts as the completion's arrival.
+    using Handover = std::function<int64_t()>;
+
+    explicit NullSink(Handover handover = {}) : handover_(std::move(handover)) {}
+
     void* interfaceFor(REFIID iid) {
         return IsEqualIID(iid, IID_IOPCDataCallback) ? static_cast<IOPCDataCallback*>(this) : nullptr;
     }
 
     HRESULT STDMETHODCALLTYPE OnDataChange(DWORD transaction, OPCHANDLE, HRESULT, HRESULT, DWORD count, OPCHANDLE*,
                                            VARIANT*, WORD*, FILETIME*, HRESULT*) override {
-        note(transaction, count);
+        note(transaction, count, nowNanos());
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE OnReadComplete(DWORD transaction, OPCHANDLE, HRESULT, HRESULT, DWORD count, OPCHANDLE*,
                                              VARIANT*, WORD*, FILETIME*, HRESULT*) override {
-        note(transaction, count);
+        const int64_t arrived = nowNanos();
+        note(transaction, count, handover_ && awaited(transaction) ? handover_() : arrived);
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE OnWriteComplete(DWORD transaction, OPCHANDLE, HRESULT, DWORD count, OPCHANDLE*,
                                               HRESULT*) override {
-        note(transaction, count);
+        note(transaction, count, nowNanos());
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE OnCancelComplete(DWORD, OPCHANDLE) override { return S_OK; }
@@ -73,8 +81,12 @@ public:
     }
 
 private:
-    void note(DWORD transaction, DWORD count) {
-        const int64_t arrived = nowNanos();
+    bool awaited(DWORD transaction) {
+        std::lock_guard<std::mutex> guard(lock_);
+        return transaction == transaction_;
+    }
+
+    void note(DWORD transaction, DWORD count, int64_t arrived) {
         std::lock_guard<std::mutex> guard(lock_);
         if (transaction != transaction_) return;
         if (items_ == 0) arrived_ = arrived;
@@ -82,6 +94,7 @@ private:
         changed_.notify_all();
     }
 
+    const Handover handover_;
     std::mutex lock_;
     std::condition_variable changed_;
     DWORD transaction_ = 0;
@@ -171,12 +184,13 @@ JNIEXPORT void JNICALL Java_com_velmora_opc_bench_BenchNatives_disableSubscripti
 
 namespace {
 
-// Connects a do-nothing data callback to the group of the IOPCAsyncIO2 handle, disables its
-// subscription updates, and per round times issue(transaction) up to the arrival of that
-// transaction's `expected` items at the callback. Disconnects before returning; null with an
-// exception pending when a step fails.
+// Connects a do-nothing data callback (or one that makes the handover on a read completion) to the
+// group of the IOPCAsyncIO2 handle, disables its subscription updates, and per round times
+// issue(transaction) up to the arrival of that transaction's `expected` items at the callback.
+// Disconnects before returning; null with an exception pending when a step fails.
 template <typename Issue>
-jlongArray timeCompletions(JNIEnv* env, jlong asyncIo, jint expected, jint rounds, const char* what, Issue&& issue) {
+jlongArray timeCompletions(JNIEnv* env, jlong asyncIo, jint expected, jint rounds, const char* what, Issue&& issue,
+                           NullSink::Handover handover = {}) {
     if (asyncIo == 0 || expected < 1) {
         throwIllegalArgument(env, "no IOPCAsyncIO2 handle or no items");
         return nullptr;
@@ -190,7 +204,7 @@ jlongArray timeCompletions(JNIEnv* env, jlong asyncIo, jint expected, jint round
         throwFailure(env, "IConnectionPointContainer::FindConnectionPoint", hr);
         return nullptr;
     }
-    const ComPtr<NullSink> sink = ComPtr<NullSink>::attach(new NullSink);
+    const ComPtr<NullSink> sink = ComPtr<NullSink>::attach(new NullSink(std::move(handover)));
     DWORD cookie = 0;
     hr = point->Advise(sink.get(), &cookie);
     if (FAILED(hr)) {
@@ -225,6 +239,18 @@ jlongArray timeCompletions(JNIEnv* env, jlong asyncIo, jint expected, jint round
         return nullptr;
     }
     return toJava(env, nanos);
+}
+
+// IOPCAsyncIO2::Read of the handles under the transaction; the issue's error block freed.
+auto readIssue(const std::vector<OPCHANDLE>& handles) {
+    return [&handles](IOPCAsyncIO2* io, DWORD transaction) {
+        DWORD cancelId = 0;
+        HRESULT* errors = nullptr;
+        const HRESULT hr = io->Read(static_cast<DWORD>(handles.size()), const_cast<OPCHANDLE*>(handles.data()),
+                                    transaction, &cancelId, &errors);
+        CoTaskMemFree(errors);
+        return hr;
+    };
 }
 
 // The VARIANTs of value texts, cleared at scope end.
@@ -262,13 +288,33 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_serverReadA
                                                                                    jint rounds) {
     std::vector<OPCHANDLE> handles = handlesOf(env, serverHandles);
     return timeCompletions(env, asyncIo, static_cast<jint>(handles.size()), rounds, "IOPCAsyncIO2::Read",
-                           [&](IOPCAsyncIO2* io, DWORD transaction) {
-                               DWORD cancelId = 0;
-                               HRESULT* errors = nullptr;
-                               const HRESULT hr = io->Read(static_cast<DWORD>(handles.size()), handles.data(),
-                                                           transaction, &cancelId, &errors);
-                               CoTaskMemFree(errors);
-                               return hr;
+                           readIssue(handles));
+}
+
+// The same, with the floor of a read completion made on the server's callback thread, attached and
+// detached as a callback must: up to the floor's OnReadCompleted call of the receiver, the least whole
+// asynchronous read.
+JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_readAsyncFloor(
+    JNIEnv* env, jclass, jlong asyncIo, jintArray serverHandles, jobject receiver, jintArray handleArray,
+    jintArray kindArray, jdoubleArray numberArray, jobjectArray textArray, jintArray qualityArray,
+    jlongArray timeArray, jintArray errorArray, jint rounds) {
+    ReadCompletionFloor floor;
+    if (!floor.prepare(env, receiver, handleArray, kindArray, numberArray, textArray, qualityArray, timeArray,
+                       errorArray))
+        return nullptr;
+    JavaVM* vm = nullptr;
+    env->GetJavaVM(&vm);
+    std::vector<OPCHANDLE> handles = handlesOf(env, serverHandles);
+    return timeCompletions(env, asyncIo, static_cast<jint>(handles.size()), rounds, "IOPCAsyncIO2::Read",
+                           readIssue(handles), [vm, &floor]() -> int64_t {
+                               void* attached = nullptr;
+                               if (vm->AttachCurrentThread(&attached, nullptr) != JNI_OK) return 0;
+                               auto* threadEnv = static_cast<JNIEnv*>(attached);
+                               int64_t calledAt = 0;
+                               const bool called = floor.call(threadEnv, &calledAt);
+                               if (!called) threadEnv->ExceptionClear();  // the round then fails
+                               vm->DetachCurrentThread();
+                               return called ? calledAt : 0;
                            });
 }
 

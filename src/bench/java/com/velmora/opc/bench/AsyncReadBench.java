@@ -8,8 +8,10 @@ import java.util.concurrent.locks.LockSupport;
  * Asynchronous read of 10,000 items of one type (VT_R8, then VT_BSTR) through OpcAsyncIo2.readAsync,
  * timed from the call to the arrival of OnReadCompleted at the group's Java data callback. Beside it:
  * the server's own time from IOPCAsyncIO2::Read to its read completion at a do-nothing native callback
- * (on a twin group with the same items), and the floor: the OnReadCompleted call with the same arrays,
- * the texts made from the values, from native code. Rounds of the three interleave; medians count.
+ * (on a twin group with the same items), the floor: the OnReadCompleted call with the same arrays,
+ * the texts made from the values, from native code; and the two together: the same read whose native
+ * callback makes the floor's call on the server's thread. The server's share is that less the floor.
+ * Rounds of the four interleave; medians count.
  *
  * <p>Arguments: [warm-up rounds] [measured rounds].
  */
@@ -37,6 +39,7 @@ public final class AsyncReadBench {
                 Rounds total = new Rounds("readAsync", rounds);
                 Rounds serverOnly = new Rounds("server", rounds);
                 Rounds floor = new Rounds("floor", rounds);
+                Rounds together = new Rounds("server and floor", rounds);
                 int transaction = 0x6000;
                 completions.expect(++transaction);
                 OpcAsyncIo2.readAsync(group.asyncIo, ITEMS, transaction, group.serverHandles, completions);
@@ -53,12 +56,18 @@ public final class AsyncReadBench {
                             first.numbers, numeric ? null : first.texts, first.qualities, first.timestamps,
                             first.errors, 1);
                     completions.await();
+                    completions.expect(1);
+                    long[] both = BenchNatives.readAsyncFloor(twin.asyncIo, twin.serverHandles, completions,
+                            first.handles, first.kinds, first.numbers, numeric ? null : first.texts, first.qualities,
+                            first.timestamps, first.errors, 1);
+                    completions.await();
                     if (r < 0) continue;
                     total.add(library);
                     serverOnly.addOnly(read);
                     floor.addOnly(handOver);
+                    together.addOnly(both);
                 }
-                return new Rounds[] {total, serverOnly, floor};
+                return new Rounds[] {total, serverOnly, floor, together};
             } finally {
                 OpcAsyncIo2.unadvise(group.asyncIo, cookie);
             }

@@ -84,6 +84,14 @@ public final class BenchNatives {
     /** IOPCAsyncIO2::Read of the handles up to its read completion at a do-nothing native callback. */
     public static native long[] serverReadAsync(long asyncIo, int[] serverHandles, int rounds);
 
+    /**
+     * IOPCAsyncIO2::Read of the handles up to the floor's OnReadCompleted call of the receiver, made on
+     * the server's callback thread (attached and detached) by a native callback.
+     */
+    public static native long[] readAsyncFloor(long asyncIo, int[] serverHandles, Object receiver, int[] handles,
+            int[] kinds, double[] numbers, String[] texts, int[] qualities, long[] timestamps, int[] errors,
+            int rounds);
+
     /** IOPCSyncIO::Write of the values (parsed once before the rounds) with the results freed. */
     public static native long[] serverWrite(long syncIo, int[] serverHandles, int[] types, String[] values,
             int rounds);
@@ -112,6 +120,14 @@ public final class BenchNatives {
     /** updateString once per element with a new String made from the text's UTF-16 units, released after the call. */
     public static native long[] stringFloor(Object receiver, int[] handles, String[] values, long[] timestamps,
             int[] qualities, int[] errors, boolean synchronous, int rounds);
+
+    /**
+     * Per round: IOPCSyncIO::Read of the server handles, then the floor's update calls (numeric when
+     * values are given, else string ones from the texts; synchronous flag true), then the results freed.
+     */
+    public static native long[] readFloor(long syncIo, int[] serverHandles, boolean fromCache, Object receiver,
+            int[] handles, double[] values, String[] texts, long[] timestamps, int[] qualities, int[] errors,
+            int rounds);
 
     /** updateNumeric (synchronous flag false) once per element, from a native thread attached once for all rounds. */
     public static native long[] attachedThreadFloor(Object receiver, int[] handles, double[] values,

@@ -53,25 +53,8 @@ public final class BrowseBench {
                 + " target <= 1.25");
     }
 
-    /**
-     * One row. With a fourth set of rounds (the server calls and the adds made together from native
-     * code), the server's share is that time less the floor's: the server's time as it is when Java's
-     * strings are made between its calls, as they are in the library's loop; its time alone follows.
-     */
     private static void report(String path, int elements, Rounds[] measured) {
-        if (measured.length == 3) {
-            Rounds.report(String.format("%-34s", path), elements, measured);
-            return;
-        }
-        double total = measured[0].perItem(elements);
-        double alone = measured[1].perItem(elements);
-        double floor = measured[2].perItem(elements);
-        double together = measured[3].perItem(elements);
-        double server = together - floor;
-        System.out.printf("  %-34s  total %s  server %s  floor %s  ratio %s%n", path, Rounds.fixed(total),
-                Rounds.fixed(server), Rounds.fixed(floor), Rounds.ratioText(Rounds.ratio(total, server, floor)));
-        System.out.printf("  %-34s  server = the server calls and the adds from native code (%s) - floor;"
-                + " server alone %s%n", "", Rounds.fixed(together), Rounds.fixed(alone));
+        Rounds.report(String.format("%-34s", path), elements, measured);
     }
 
     /** {total, server, floor} rounds through IOPCBrowse (da3) or IOPCBrowseServerAddressSpace. */
