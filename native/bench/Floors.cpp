@@ -2,6 +2,7 @@
 // Each makes exactly the update calls that the library's natives make for one read or one data
 // change, with the same arguments, and nothing else; the times are per round of all items.
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <mutex>
@@ -239,11 +240,13 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_attachedThr
 }
 
 // The floor of a whole callback: per round, one native thread (the same for all rounds and all calls,
-// as a server's callback thread) attaches to the virtual machine, makes the numeric update calls (synchronous flag
-// false) and detaches; the round's time covers all three.
+// as a server's callback thread) waits on its timer for `idleMillis`, as a server's thread waits for
+// its next update, then attaches to the virtual machine, makes the numeric update calls (synchronous
+// flag false) and detaches; the round's time covers the last three. A thread that wakes from its
+// timer meets colder caches than one just handed work; the library's callbacks meet them too.
 JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_callbackFloor(
     JNIEnv* env, jclass, jobject receiver, jintArray handles, jdoubleArray numbers, jlongArray times,
-    jintArray qualities, jintArray errors, jint rounds) {
+    jintArray qualities, jintArray errors, jint idleMillis, jint rounds) {
     Calls calls;
     UpdateIds ids;
     if (!prepare(env, receiver, handles, numbers, nullptr, times, qualities, errors, &calls, &ids)) return nullptr;
@@ -256,7 +259,14 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_callbackFlo
     jobject thrown = nullptr;  // global: the receiver's exception, carried over to this thread
     bool failed = false;
     FloorThread::instance().run([&] {
+        std::mutex timerLock;
+        std::condition_variable timer;  // never notified: the wait ends at its deadline
         for (jint r = 0; r < rounds && !failed && thrown == nullptr; ++r) {
+            if (idleMillis > 0) {
+                std::unique_lock<std::mutex> idle(timerLock);
+                const auto due = std::chrono::steady_clock::now() + std::chrono::milliseconds(idleMillis);
+                timer.wait_until(idle, due, [&] { return std::chrono::steady_clock::now() >= due; });
+            }
             const int64_t start = nowNanos();
             void* attached = nullptr;
             if (vm->AttachCurrentThread(&attached, nullptr) != JNI_OK) {

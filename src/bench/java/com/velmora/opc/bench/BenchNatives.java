@@ -134,11 +134,12 @@ public final class BenchNatives {
             long[] timestamps, int[] qualities, int[] errors, int rounds);
 
     /**
-     * Per round, on one native thread for all rounds: attach, updateNumeric (synchronous flag false)
-     * once per element, detach; as a server's callback thread delivers one data change.
+     * Per round, on one native thread for all rounds: a wait of idleMillis on its timer, then (timed)
+     * attach, updateNumeric (synchronous flag false) once per element, detach; as a server's callback
+     * thread wakes for and delivers one data change.
      */
     public static native long[] callbackFloor(Object receiver, int[] handles, double[] values, long[] timestamps,
-            int[] qualities, int[] errors, int rounds);
+            int[] qualities, int[] errors, int idleMillis, int rounds);
 
     /** The time of each attach-and-detach: a fresh native thread each time, or one thread over and over. */
     public static native long[] attachDetach(int count, boolean freshThreads);

@@ -9,7 +9,8 @@ import java.util.concurrent.locks.LockSupport;
  * changing at every update, delivered through OpcAsyncIo2.advise to a Java listener. Per update: the
  * library's whole callback as the server's thread saw it (the attach and detach of that thread
  * included), the server's own time for the update, and the floor: a native thread (the same one for
- * every update, as a server's callback thread) attaching, making the same update calls and detaching.
+ * every update, as a server's callback thread) waking from its timer after the group's update period,
+ * then attaching, making the same update calls and detaching.
  * Printed as a table of medians.
  *
  * <p>Arguments: [warm-up updates] [measured updates].
@@ -24,7 +25,7 @@ public final class SmallUpdatesBench {
 
     public static void main(String[] args) {
         int warmup = args.length > 0 ? Integer.parseInt(args[0]) : 30;
-        int rounds = args.length > 1 ? Integer.parseInt(args[1]) : 101;
+        int rounds = args.length > 1 ? Integer.parseInt(args[1]) : 301;  // 3 s of 10 ms updates per size
         System.out.printf("Data changes of 1 to 10,000 items per callback (OpcAsyncIo2.advise), median of %d updates"
                 + " after %d warm-up updates per size%n", rounds, warmup);
         BenchGroup.prepareProcess();
@@ -46,7 +47,7 @@ public final class SmallUpdatesBench {
             ComObjectClient.release(server);
         }
         System.out.println("callback = the library's OnDataChange from call to return, as the server's thread saw it;"
-                + " floor = a native thread attaching, making the same update calls and detaching;"
+                + " floor = a native thread waking from its timer, attaching, making the same update calls and detaching;"
                 + " ratio = callback / floor; target <= 1.25");
     }
 
@@ -76,7 +77,7 @@ public final class SmallUpdatesBench {
                     double tick = BenchNatives.lastTickMicros();
                     floorSink.expect(size);
                     long[] upcalls = BenchNatives.callbackFloor(floorSink, calls.handles, calls.values,
-                            calls.timestamps, calls.qualities, calls.errors, 1);
+                            calls.timestamps, calls.qualities, calls.errors, rate, 1);
                     if (!floorSink.finished()) throw new IllegalStateException("the floor made " + floorSink.count());
                     if (r < 0) continue;
                     callback.add(Math.round(inCallback * 1000));

@@ -69,7 +69,7 @@ class BenchNativesTest {
 
         // The callback floor attaches and detaches its one native thread per round.
         calls = new Recorder();
-        BenchNatives.callbackFloor(calls, HANDLES, values, TIMES, QUALITIES, ERRORS, 2);
+        BenchNatives.callbackFloor(calls, HANDLES, values, TIMES, QUALITIES, ERRORS, 1, 2);
         assertEquals(twice.stream().map(c -> c.replace(" sync", " async")).toList(), calls.calls());
         assertNotSame(calls.threads().get(0), calls.threads().get(3), "a new attachment per round");
         assertTrue(calls.threads().stream().noneMatch(Thread::isAlive));
