@@ -253,6 +253,14 @@ auto readIssue(const std::vector<OPCHANDLE>& handles) {
     };
 }
 
+// A new String of a server's text (null for none).
+jstring newString(JNIEnv* env, LPCWSTR text) {
+    if (text == nullptr) return nullptr;
+    jsize length = 0;
+    while (text[length] != 0) ++length;
+    return env->NewString(reinterpret_cast<const jchar*>(text), length);
+}
+
 // The VARIANTs of value texts, cleared at scope end.
 struct Values {
     std::vector<VARIANT> variants;
@@ -373,14 +381,23 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_serverWrite
 }
 
 // Per round: IOPCBrowse::Browse of the branch, every element with its canonical type and access
-// rights, following the continuation points to the end; every answer freed. Answers the element count
-// of the last round in out[0] through the rounds array's extra slot: the result holds rounds + 1
-// values, the last one the count.
+// rights, following the continuation points to the end; every answer freed. With a receiver (a
+// browse-element collector), each element also goes to its add(name, itemId, true, false, 5, true,
+// true) as two new Strings, as the floor's calls do: the server calls and the floor's made together,
+// from native code. The result holds rounds + 1 values, the last one the element count of the last round.
 JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_serverBrowse(JNIEnv* env, jclass, jlong browser,
-                                                                                jstring itemId, jint rounds) {
+                                                                                jstring itemId, jobject receiver,
+                                                                                jint rounds) {
     if (browser == 0 || itemId == nullptr) {
         throwIllegalArgument(env, "no IOPCBrowse handle or no item id");
         return nullptr;
+    }
+    jmethodID add = nullptr;
+    if (receiver != nullptr) {
+        jclass cls = env->GetObjectClass(receiver);
+        add = env->GetMethodID(cls, "add", "(Ljava/lang/String;Ljava/lang/String;ZZIZZ)V");
+        env->DeleteLocalRef(cls);
+        if (add == nullptr) return nullptr;
     }
     const jsize length = env->GetStringLength(itemId);
     std::u16string id(static_cast<size_t>(length), u'\0');
@@ -404,6 +421,14 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_serverBrows
                                               &count, &answer);
             if (passed != empty && passed != continuation) CoTaskMemFree(passed);
             for (DWORD i = 0; answer != nullptr && i < count; ++i) {
+                if (add != nullptr) {
+                    jstring name = newString(env, answer[i].szName);
+                    jstring elementId = newString(env, answer[i].szItemID);
+                    env->CallVoidMethod(receiver, add, name, elementId, JNI_TRUE, JNI_FALSE, jint{VT_R8}, JNI_TRUE,
+                                        JNI_TRUE);
+                    env->DeleteLocalRef(name);
+                    env->DeleteLocalRef(elementId);
+                }
                 CoTaskMemFree(answer[i].szName);
                 CoTaskMemFree(answer[i].szItemID);
                 OPCITEMPROPERTIES& properties = answer[i].ItemProperties;
@@ -416,6 +441,7 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_serverBrows
             }
             CoTaskMemFree(answer);
             elements += count;
+            if (env->ExceptionCheck()) return nullptr;
             if (FAILED(hr)) {
                 throwFailure(env, "IOPCBrowse::Browse", hr);
                 return nullptr;
@@ -449,11 +475,6 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_serverBrows
         env->DeleteLocalRef(cls);
         if (add == nullptr) return nullptr;
     }
-    const auto newString = [env](LPCWSTR text) {
-        jsize length = 0;
-        while (text[length] != 0) ++length;
-        return env->NewString(reinterpret_cast<const jchar*>(text), length);
-    };
     const jsize length = env->GetStringLength(path);
     std::u16string branch(static_cast<size_t>(length), u'\0');
     env->GetStringRegion(path, 0, length, reinterpret_cast<jchar*>(branch.data()));
@@ -479,8 +500,8 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_serverBrows
             LPWSTR itemId = nullptr;
             space->GetItemID(name, &itemId);
             if (add != nullptr) {
-                jstring javaName = newString(name);
-                jstring javaId = itemId != nullptr ? newString(itemId) : nullptr;
+                jstring javaName = newString(env, name);
+                jstring javaId = newString(env, itemId);
                 env->CallVoidMethod(receiver, add, javaName, javaId);
                 env->DeleteLocalRef(javaName);
                 env->DeleteLocalRef(javaId);

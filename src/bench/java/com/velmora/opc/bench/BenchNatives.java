@@ -101,10 +101,11 @@ public final class BenchNatives {
             int rounds);
 
     /**
-     * IOPCBrowse::Browse of the branch to its last continuation point, every answer freed; one more
-     * value at the end: the element count.
+     * IOPCBrowse::Browse of the branch to its last continuation point, every answer freed, and with a
+     * receiver its add(name, itemId, true, false, 5, true, true) per element; one more value at the
+     * end: the element count.
      */
-    public static native long[] serverBrowse(long browser, String itemId, int rounds);
+    public static native long[] serverBrowse(long browser, String itemId, Object receiver, int rounds);
 
     /**
      * ChangeBrowsePosition to the branch, BrowseOPCItemIDs of its leaves, Next and GetItemID per name,

@@ -10,9 +10,10 @@ import com.velmora.opc.jni.client.da.OpcBrowseServerAddressSpace;
  * Browse of a branch of 100,000 leaves (the simulation server's "Bench.Many"): through IOPCBrowse
  * (OpcBrowse.browse, the server answering in portions of 1,000 elements with continuation points)
  * and through IOPCBrowseServerAddressSpace (OpcBrowseServerAddressSpace.getItems: one enumeration,
- * an item id per name). Beside each: the server's own time for the same calls with every answer
- * freed, and the floor: the same add calls with the same Strings made from native code. Rounds of the
- * three interleave; medians count.
+ * an item id per name). Beside each: the floor, the same add calls with the same Strings made from
+ * native code; and the server's share: the same server calls with every answer freed and the floor's
+ * calls made together from native code, less the floor (the server's time alone is printed too).
+ * Rounds of the four interleave; medians count.
  *
  * <p>Arguments: [warm-up rounds] [measured rounds] [elements] [portion].
  */
@@ -57,7 +58,7 @@ public final class BrowseBench {
         Rounds.report(String.format("%-34s", path), elements, measured);
     }
 
-    /** {total, server, floor} rounds through IOPCBrowse (da3) or IOPCBrowseServerAddressSpace. */
+    /** {total, server alone, floor, server and floor} rounds through IOPCBrowse (da3) or IOPCBrowseServerAddressSpace. */
     static Rounds[] measure(long browser, boolean da3, int elements, int warmup, int rounds) {
         Elements collected = new Elements(elements);
         collected.record = true;
@@ -72,15 +73,13 @@ public final class BrowseBench {
         Rounds together = new Rounds("server and floor", rounds);
         for (int r = -warmup; r < rounds; r++) {
             long library = libraryBrowse(browser, da3, collected);
-            long[] server = da3 ? BenchNatives.serverBrowse(browser, BRANCH, 1)
+            long[] server = da3 ? BenchNatives.serverBrowse(browser, BRANCH, null, 1)
                     : BenchNatives.serverBrowseItemIds(browser, BRANCH, null, 1);
             if (server[1] != elements) throw new IllegalStateException("the server gave " + server[1] + " elements");
-            if (!da3) {
-                collected.count = 0;
-                long[] both = BenchNatives.serverBrowseItemIds(browser, BRANCH, collected, 1);
-                if (collected.count != elements) throw new IllegalStateException("the native loop made " + collected.count);
-                if (r >= 0) together.add(both[0]);
-            }
+            collected.count = 0;
+            long[] both = da3 ? BenchNatives.serverBrowse(browser, BRANCH, collected, 1)
+                    : BenchNatives.serverBrowseItemIds(browser, BRANCH, collected, 1);
+            if (collected.count != elements) throw new IllegalStateException("the native loop made " + collected.count);
             collected.count = 0;
             long[] adds = BenchNatives.addFloor(collected, da3, collected.names, collected.itemIds, 1);
             if (collected.count != elements) throw new IllegalStateException("the floor made " + collected.count);
@@ -88,8 +87,9 @@ public final class BrowseBench {
             total.add(library);
             serverOnly.add(server[0]);
             floor.addOnly(adds);
+            together.add(both[0]);
         }
-        return da3 ? new Rounds[] {total, serverOnly, floor} : new Rounds[] {total, serverOnly, floor, together};
+        return new Rounds[] {total, serverOnly, floor, together};
     }
 
     private static long libraryBrowse(long browser, boolean da3, Elements collected) {
