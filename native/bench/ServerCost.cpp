@@ -428,6 +428,7 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_serverBrows
                                         JNI_TRUE);
                     env->DeleteLocalRef(name);
                     env->DeleteLocalRef(elementId);
+                    if (env->ExceptionCheck()) add = nullptr;  // no more calls; the round ends with it pending
                 }
                 CoTaskMemFree(answer[i].szName);
                 CoTaskMemFree(answer[i].szItemID);
@@ -441,9 +442,9 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_serverBrows
             }
             CoTaskMemFree(answer);
             elements += count;
-            if (env->ExceptionCheck()) return nullptr;
-            if (FAILED(hr)) {
-                throwFailure(env, "IOPCBrowse::Browse", hr);
+            if (env->ExceptionCheck() || FAILED(hr)) {
+                if (continuation != empty) CoTaskMemFree(continuation);
+                if (!env->ExceptionCheck()) throwFailure(env, "IOPCBrowse::Browse", hr);
                 return nullptr;
             }
             if (continuation == nullptr) break;
