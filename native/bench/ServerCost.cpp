@@ -253,6 +253,25 @@ auto readIssue(const std::vector<OPCHANDLE>& handles) {
     };
 }
 
+// The add method of a collector of the given signature, or none without a receiver; false with
+// NoSuchMethodError pending when the receiver lacks it.
+bool addMethod(JNIEnv* env, jobject receiver, const char* signature, jmethodID* add) {
+    *add = nullptr;
+    if (receiver == nullptr) return true;
+    jclass cls = env->GetObjectClass(receiver);
+    *add = env->GetMethodID(cls, "add", signature);
+    env->DeleteLocalRef(cls);
+    return *add != nullptr;
+}
+
+// The UTF-16 units of a Java string.
+std::u16string unitsOf(JNIEnv* env, jstring text) {
+    const jsize length = env->GetStringLength(text);
+    std::u16string units(static_cast<size_t>(length), u'\0');
+    env->GetStringRegion(text, 0, length, reinterpret_cast<jchar*>(units.data()));
+    return units;
+}
+
 // A new String of a server's text (null for none).
 jstring newString(JNIEnv* env, LPCWSTR text) {
     if (text == nullptr) return nullptr;
@@ -393,15 +412,8 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_serverBrows
         return nullptr;
     }
     jmethodID add = nullptr;
-    if (receiver != nullptr) {
-        jclass cls = env->GetObjectClass(receiver);
-        add = env->GetMethodID(cls, "add", "(Ljava/lang/String;Ljava/lang/String;ZZIZZ)V");
-        env->DeleteLocalRef(cls);
-        if (add == nullptr) return nullptr;
-    }
-    const jsize length = env->GetStringLength(itemId);
-    std::u16string id(static_cast<size_t>(length), u'\0');
-    env->GetStringRegion(itemId, 0, length, reinterpret_cast<jchar*>(id.data()));
+    if (!addMethod(env, receiver, "(Ljava/lang/String;Ljava/lang/String;ZZIZZ)V", &add)) return nullptr;
+    std::u16string id = unitsOf(env, itemId);
     OLECHAR empty[] = OLESTR("");
     DWORD propertyIds[] = {OPC_PROPERTY_DATATYPE, OPC_PROPERTY_ACCESS_RIGHTS};
     IOPCBrowse* server = fromHandle<IOPCBrowse>(browser);
@@ -470,15 +482,8 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_serverBrows
         return nullptr;
     }
     jmethodID add = nullptr;
-    if (receiver != nullptr) {
-        jclass cls = env->GetObjectClass(receiver);
-        add = env->GetMethodID(cls, "add", "(Ljava/lang/String;Ljava/lang/String;)V");
-        env->DeleteLocalRef(cls);
-        if (add == nullptr) return nullptr;
-    }
-    const jsize length = env->GetStringLength(path);
-    std::u16string branch(static_cast<size_t>(length), u'\0');
-    env->GetStringRegion(path, 0, length, reinterpret_cast<jchar*>(branch.data()));
+    if (!addMethod(env, receiver, "(Ljava/lang/String;Ljava/lang/String;)V", &add)) return nullptr;
+    const std::u16string branch = unitsOf(env, path);
     OLECHAR empty[] = OLESTR("");
     auto* space = fromHandle<IOPCBrowseServerAddressSpace>(browser);
     std::vector<int64_t> nanos;
