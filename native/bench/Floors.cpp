@@ -143,20 +143,16 @@ private:
     const std::function<void()>* job_ = nullptr;
 };
 
-// Runs `body(env)` on a new native thread attached to the virtual machine once for the whole body.
-// False when the thread could not be attached.
-template <typename Body>
-bool onAttachedThread(JavaVM* vm, Body&& body) {
-    bool attached = false;
-    std::thread worker([&] {
-        void* env = nullptr;
-        if (vm->AttachCurrentThread(&env, nullptr) != JNI_OK) return;
-        attached = true;
-        body(static_cast<JNIEnv*>(env));
-        vm->DetachCurrentThread();
-    });
-    worker.join();
-    return attached;
+// Waits on a timer of the calling thread for `millis`, as a server's update thread waits for its next
+// update: a thread that wakes from its timer meets colder caches (and on a virtual machine perhaps a
+// halted processor) than one just handed work, and the library's callbacks run on such a thread.
+void idle(jint millis) {
+    if (millis <= 0) return;
+    std::mutex lock;
+    std::condition_variable timer;  // never notified: the wait ends at its deadline
+    std::unique_lock<std::mutex> guard(lock);
+    const auto due = std::chrono::steady_clock::now() + std::chrono::milliseconds(millis);
+    timer.wait_until(guard, due, [&] { return std::chrono::steady_clock::now() >= due; });
 }
 
 }  // namespace
@@ -210,11 +206,12 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_readFloor(
     return nanos;
 }
 
-// The floor of a data change: the numeric update calls (synchronous flag false) from a native thread
-// that is attached once for all rounds.
+// The floor of a data change: the numeric update calls (synchronous flag false) from the floor's native
+// thread (FloorThread), attached once for all rounds; before each round it waits on its timer for
+// `idleMillis`, as a server's thread waits for its next update, and the round's time covers the calls.
 JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_attachedThreadFloor(
     JNIEnv* env, jclass, jobject receiver, jintArray handles, jdoubleArray numbers, jlongArray times,
-    jintArray qualities, jintArray errors, jint rounds) {
+    jintArray qualities, jintArray errors, jint idleMillis, jint rounds) {
     Calls calls;
     UpdateIds ids;
     if (!prepare(env, receiver, handles, numbers, nullptr, times, qualities, errors, &calls, &ids)) return nullptr;
@@ -223,12 +220,24 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_attachedThr
     jobject shared = env->NewGlobalRef(receiver);
     if (shared == nullptr) return nullptr;
     std::vector<int64_t> nanos;
+    nanos.reserve(static_cast<size_t>(rounds > 0 ? rounds : 0));
     jobject thrown = nullptr;  // global: the receiver's exception, carried over to this thread
-    const bool attached = onAttachedThread(vm, [&](JNIEnv* threadEnv) {
-        if (timeRounds(rounds, [&] { return numericRound(threadEnv, shared, ids.numeric, calls, kAsynchronous); },
-                       &nanos))
-            return;
-        thrown = carryException(threadEnv);
+    bool attached = false;
+    FloorThread::instance().run([&] {
+        void* threadEnv = nullptr;
+        if (vm->AttachCurrentThread(&threadEnv, nullptr) != JNI_OK) return;
+        attached = true;
+        auto* floorEnv = static_cast<JNIEnv*>(threadEnv);
+        for (jint r = 0; r < rounds; ++r) {
+            idle(idleMillis);
+            const int64_t start = nowNanos();
+            if (!numericRound(floorEnv, shared, ids.numeric, calls, kAsynchronous)) {
+                thrown = carryException(floorEnv);
+                break;
+            }
+            nanos.push_back(nowNanos() - start);
+        }
+        vm->DetachCurrentThread();
     });
     env->DeleteGlobalRef(shared);
     if (rethrow(env, thrown)) return nullptr;
@@ -242,8 +251,7 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_attachedThr
 // The floor of a whole callback: per round, one native thread (the same for all rounds and all calls,
 // as a server's callback thread) waits on its timer for `idleMillis`, as a server's thread waits for
 // its next update, then attaches to the virtual machine, makes the numeric update calls (synchronous
-// flag false) and detaches; the round's time covers the last three. A thread that wakes from its
-// timer meets colder caches than one just handed work; the library's callbacks meet them too.
+// flag false) and detaches; the round's time covers the last three.
 JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_callbackFloor(
     JNIEnv* env, jclass, jobject receiver, jintArray handles, jdoubleArray numbers, jlongArray times,
     jintArray qualities, jintArray errors, jint idleMillis, jint rounds) {
@@ -259,14 +267,8 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_callbackFlo
     jobject thrown = nullptr;  // global: the receiver's exception, carried over to this thread
     bool failed = false;
     FloorThread::instance().run([&] {
-        std::mutex timerLock;
-        std::condition_variable timer;  // never notified: the wait ends at its deadline
         for (jint r = 0; r < rounds && !failed && thrown == nullptr; ++r) {
-            if (idleMillis > 0) {
-                std::unique_lock<std::mutex> idle(timerLock);
-                const auto due = std::chrono::steady_clock::now() + std::chrono::milliseconds(idleMillis);
-                timer.wait_until(idle, due, [&] { return std::chrono::steady_clock::now() >= due; });
-            }
+            idle(idleMillis);
             const int64_t start = nowNanos();
             void* attached = nullptr;
             if (vm->AttachCurrentThread(&attached, nullptr) != JNI_OK) {

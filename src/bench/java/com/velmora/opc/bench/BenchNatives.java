@@ -130,9 +130,12 @@ public final class BenchNatives {
             int[] handles, double[] values, String[] texts, long[] timestamps, int[] qualities, int[] errors,
             int rounds);
 
-    /** updateNumeric (synchronous flag false) once per element, from a native thread attached once for all rounds. */
+    /**
+     * updateNumeric (synchronous flag false) once per element, from the floor's native thread attached
+     * once for all rounds, each round after a wait of idleMillis on its timer.
+     */
     public static native long[] attachedThreadFloor(Object receiver, int[] handles, double[] values,
-            long[] timestamps, int[] qualities, int[] errors, int rounds);
+            long[] timestamps, int[] qualities, int[] errors, int idleMillis, int rounds);
 
     /**
      * Per round, on one native thread for all rounds: a wait of idleMillis on its timer, then (timed)

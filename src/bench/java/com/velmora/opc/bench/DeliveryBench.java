@@ -8,8 +8,8 @@ import java.util.concurrent.locks.LockSupport;
  * Subscription updates of 10,000 VT_R8 items, every item changing at every update, delivered through
  * OpcAsyncIo2.advise to a Java listener. Per update it times the library's delivery at the listener
  * (first to last item), reads the server's own time for the update (collecting and clearing the
- * values, without the callback), and right after it runs the floor: the same update calls with the
- * same arguments from a native thread attached once. It also times attaching and detaching a thread,
+ * values, without the callback), and after it runs the floor: the same update calls with the same
+ * arguments from a native thread attached once, woken from its timer as the server's thread is. It also times attaching and detaching a thread,
  * which the library pays once per update on top of the item deliveries.
  *
  * <p>Arguments: [warm-up updates] [measured updates] [attach-and-detach pairs].
@@ -79,8 +79,9 @@ public final class DeliveryBench {
                     int update = r + warmup + 2;
                     updates.await(update);
                     floorSink.expect(ITEMS);
+                    // The floor's thread wakes from its timer, as the server's does, halfway to the next update.
                     long[] upcalls = BenchNatives.attachedThreadFloor(floorSink, calls.handles, calls.values,
-                            calls.timestamps, calls.qualities, calls.errors, 1);
+                            calls.timestamps, calls.qualities, calls.errors, UPDATE_RATE_MS / 2, 1);
                     if (!floorSink.finished()) {
                         throw new IllegalStateException("the floor made " + floorSink.count() + " calls");
                     }

@@ -60,7 +60,7 @@ class BenchNativesTest {
 
         // The data-change floor: one native thread for all rounds, attached to the VM and gone afterwards.
         calls = new Recorder();
-        BenchNatives.attachedThreadFloor(calls, HANDLES, values, TIMES, QUALITIES, ERRORS, 2);
+        BenchNatives.attachedThreadFloor(calls, HANDLES, values, TIMES, QUALITIES, ERRORS, 1, 2);
         assertEquals(twice.stream().map(c -> c.replace(" sync", " async")).toList(), calls.calls());
         Thread floorThread = calls.threads().get(0);
         assertNotSame(Thread.currentThread(), floorThread);
@@ -105,7 +105,7 @@ class BenchNativesTest {
 
         Recorder throwingThere = new Recorder("numeric");
         thrown = assertThrows(IllegalStateException.class,
-                () -> BenchNatives.attachedThreadFloor(throwingThere, HANDLES, values, TIMES, QUALITIES, ERRORS, 5));
+                () -> BenchNatives.attachedThreadFloor(throwingThere, HANDLES, values, TIMES, QUALITIES, ERRORS, 0, 5));
         // Carried over from the floor's thread.
         assertEquals(List.of(thrown.getMessage()), throwingThere.calls());
     }
