@@ -9,8 +9,8 @@ import java.util.concurrent.locks.LockSupport;
  * changing at every update, delivered through OpcAsyncIo2.advise to a Java listener. Per update: the
  * library's whole callback as the server's thread saw it (the attach and detach of that thread
  * included), the server's own time for the update, and the floor: a native thread (the same one for
- * every update, as a server's callback thread) waking from its timer (half the group's update period,
- * so that it never meets the next update), then attaching, making the same update calls and detaching.
+ * every update, as a server's callback thread) waking from its timer after the group's update period,
+ * then attaching, making the same update calls and detaching.
  * Printed as a table of medians.
  *
  * <p>Arguments: [warm-up updates] [measured updates].
@@ -77,7 +77,7 @@ public final class SmallUpdatesBench {
                     double tick = BenchNatives.lastTickMicros();
                     floorSink.expect(size);
                     long[] upcalls = BenchNatives.callbackFloor(floorSink, calls.handles, calls.values,
-                            calls.timestamps, calls.qualities, calls.errors, rate / 2, 1);
+                            calls.timestamps, calls.qualities, calls.errors, rate, 1);
                     if (!floorSink.finished()) throw new IllegalStateException("the floor made " + floorSink.count());
                     if (r < 0) continue;
                     callback.add(Math.round(inCallback * 1000));
