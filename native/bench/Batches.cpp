@@ -153,9 +153,16 @@ jintArray resultArray(JNIEnv* env, const std::vector<jint>& results) {
 
 }  // namespace
 
-// Exported for ServerCost.cpp: the VARIANTs of the value texts, built once before a server is timed, and
-// the floor of a read completion, made on the server's thread there.
+// Shared with the other benchmark natives (Calls.h): the server handles of a Java array, the VARIANTs
+// of the value texts (built once before a server is timed), and the floor of a read completion.
 namespace opc::bench {
+
+std::vector<OPCHANDLE> handlesOf(JNIEnv* env, jintArray serverHandles) {
+    const jsize count = serverHandles != nullptr ? env->GetArrayLength(serverHandles) : 0;
+    std::vector<OPCHANDLE> handles(static_cast<size_t>(count));
+    if (count > 0) env->GetIntArrayRegion(serverHandles, 0, count, reinterpret_cast<jint*>(handles.data()));
+    return handles;
+}
 
 bool parseValues(JNIEnv* env, jintArray types, jobjectArray texts, std::vector<VARIANT>& out) {
     const jsize n = texts != nullptr ? env->GetArrayLength(texts) : 0;

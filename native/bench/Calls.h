@@ -79,6 +79,15 @@ void throwIllegalArgument(JNIEnv* env, const char* message);
 
 namespace opc::bench {
 
+// The interface pointer behind a handle that the Java side holds.
+template <typename I>
+I* fromHandle(jlong handle) {
+    return reinterpret_cast<I*>(static_cast<intptr_t>(handle));
+}
+
+// The server handles of a Java int array (none for a null array).
+std::vector<OPCHANDLE> handlesOf(JNIEnv* env, jintArray serverHandles);
+
 // The VARIANT of each value text of the Java array, parsed as the write floor parses it (numbers,
 // booleans, strings, arrays of numbers; VT_EMPTY where the text is null); false with
 // IllegalArgumentException pending when the types are missing or of another length. The caller

@@ -76,6 +76,12 @@ void throwIllegalState(JNIEnv* env, const char* message) {
     if (cls != nullptr) env->ThrowNew(cls, message);
 }
 
+// One round of update calls: numeric ones when the calls carry numbers, else string ones.
+bool updateRound(JNIEnv* env, jobject receiver, const UpdateIds& ids, const Calls& calls, jboolean synchronous) {
+    return calls.numbers.empty() ? stringRound(env, receiver, ids.string, calls, synchronous)
+                                 : numericRound(env, receiver, ids.numeric, calls, synchronous);
+}
+
 // The update calls of one read per round on the calling thread: numeric ones when numbers are given,
 // else string ones made from the texts.
 jlongArray callingThreadFloor(JNIEnv* env, jobject receiver, jintArray handles, jdoubleArray numbers,
@@ -84,9 +90,7 @@ jlongArray callingThreadFloor(JNIEnv* env, jobject receiver, jintArray handles, 
     Calls calls;
     UpdateIds ids;
     if (!prepare(env, receiver, handles, numbers, texts, times, qualities, errors, &calls, &ids)) return nullptr;
-    if (numbers != nullptr)
-        return timeRounds(env, rounds, [&] { return numericRound(env, receiver, ids.numeric, calls, synchronous); });
-    return timeRounds(env, rounds, [&] { return stringRound(env, receiver, ids.string, calls, synchronous); });
+    return timeRounds(env, rounds, [&] { return updateRound(env, receiver, ids, calls, synchronous); });
 }
 
 // Takes the pending exception of a native thread as a global reference, to be thrown again on the
@@ -155,6 +159,52 @@ void idle(jint millis) {
     timer.wait_until(guard, due, [&] { return std::chrono::steady_clock::now() >= due; });
 }
 
+// The numeric update calls (synchronous flag false) on the floor's thread, once per round after a wait
+// of `idleMillis` on its timer. With attachPerRound the thread attaches and detaches within each timed
+// round; else it is attached once around all rounds and each round times the calls alone. The
+// receiver's exception is thrown here; null with an exception pending on failure.
+jlongArray floorThreadRounds(JNIEnv* env, jobject receiver, jintArray handles, jdoubleArray numbers,
+                             jlongArray times, jintArray qualities, jintArray errors, jint idleMillis, jint rounds,
+                             bool attachPerRound) {
+    Calls calls;
+    UpdateIds ids;
+    if (!prepare(env, receiver, handles, numbers, nullptr, times, qualities, errors, &calls, &ids)) return nullptr;
+    JavaVM* vm = nullptr;
+    env->GetJavaVM(&vm);
+    jobject shared = env->NewGlobalRef(receiver);
+    if (shared == nullptr) return nullptr;
+    std::vector<int64_t> nanos;
+    nanos.reserve(static_cast<size_t>(rounds > 0 ? rounds : 0));
+    jobject thrown = nullptr;  // global: the receiver's exception, carried over to this thread
+    bool failed = false;
+    const auto attach = [&]() -> JNIEnv* {
+        void* attached = nullptr;
+        if (vm->AttachCurrentThread(&attached, nullptr) == JNI_OK) return static_cast<JNIEnv*>(attached);
+        failed = true;
+        return nullptr;
+    };
+    FloorThread::instance().run([&] {
+        JNIEnv* const once = attachPerRound ? nullptr : attach();
+        for (jint r = 0; r < rounds && !failed && thrown == nullptr; ++r) {
+            idle(idleMillis);
+            const int64_t start = nowNanos();
+            JNIEnv* const threadEnv = attachPerRound ? attach() : once;
+            if (threadEnv == nullptr) break;
+            if (!numericRound(threadEnv, shared, ids.numeric, calls, kAsynchronous)) thrown = carryException(threadEnv);
+            if (attachPerRound) vm->DetachCurrentThread();
+            nanos.push_back(nowNanos() - start);
+        }
+        if (once != nullptr) vm->DetachCurrentThread();
+    });
+    env->DeleteGlobalRef(shared);
+    if (rethrow(env, thrown)) return nullptr;
+    if (failed) {
+        throwIllegalState(env, "AttachCurrentThread failed");
+        return nullptr;
+    }
+    return toJava(env, nanos);
+}
+
 }  // namespace
 
 extern "C" {
@@ -186,17 +236,15 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_readFloor(
     Calls calls;
     UpdateIds ids;
     if (!prepare(env, receiver, handles, numbers, texts, times, qualities, errors, &calls, &ids)) return nullptr;
-    std::vector<OPCHANDLE> items(static_cast<size_t>(env->GetArrayLength(serverHandles)));
-    env->GetIntArrayRegion(serverHandles, 0, static_cast<jsize>(items.size()), reinterpret_cast<jint*>(items.data()));
-    auto* io = reinterpret_cast<IOPCSyncIO*>(static_cast<intptr_t>(syncIo));
+    std::vector<OPCHANDLE> items = handlesOf(env, serverHandles);
+    auto* io = fromHandle<IOPCSyncIO>(syncIo);
     HRESULT hr = S_OK;
     jlongArray nanos = timeRounds(env, rounds, [&] {
         OPCITEMSTATE* states = nullptr;
         HRESULT* itemErrors = nullptr;
         hr = io->Read(fromCache ? OPC_DS_CACHE : OPC_DS_DEVICE, static_cast<DWORD>(items.size()), items.data(),
                       &states, &itemErrors);
-        const bool called = FAILED(hr) || (numbers != nullptr ? numericRound(env, receiver, ids.numeric, calls, JNI_TRUE)
-                                                              : stringRound(env, receiver, ids.string, calls, JNI_TRUE));
+        const bool called = FAILED(hr) || updateRound(env, receiver, ids, calls, JNI_TRUE);
         for (size_t i = 0; states != nullptr && i < items.size(); ++i) VariantClear(&states[i].vDataValue);
         CoTaskMemFree(states);
         CoTaskMemFree(itemErrors);
@@ -206,89 +254,23 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_readFloor(
     return nanos;
 }
 
-// The floor of a data change: the numeric update calls (synchronous flag false) from the floor's native
-// thread (FloorThread), attached once for all rounds; before each round it waits on its timer for
-// `idleMillis`, as a server's thread waits for its next update, and the round's time covers the calls.
+// The floor of a data change (attachedThreadFloor): the numeric update calls (synchronous flag false)
+// from the floor's native thread, attached once for all rounds; before each round it waits on its
+// timer for `idleMillis`, as a server's thread waits for its next update; each round's time covers
+// the calls.
 JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_attachedThreadFloor(
     JNIEnv* env, jclass, jobject receiver, jintArray handles, jdoubleArray numbers, jlongArray times,
     jintArray qualities, jintArray errors, jint idleMillis, jint rounds) {
-    Calls calls;
-    UpdateIds ids;
-    if (!prepare(env, receiver, handles, numbers, nullptr, times, qualities, errors, &calls, &ids)) return nullptr;
-    JavaVM* vm = nullptr;
-    env->GetJavaVM(&vm);
-    jobject shared = env->NewGlobalRef(receiver);
-    if (shared == nullptr) return nullptr;
-    std::vector<int64_t> nanos;
-    nanos.reserve(static_cast<size_t>(rounds > 0 ? rounds : 0));
-    jobject thrown = nullptr;  // global: the receiver's exception, carried over to this thread
-    bool attached = false;
-    FloorThread::instance().run([&] {
-        void* threadEnv = nullptr;
-        if (vm->AttachCurrentThread(&threadEnv, nullptr) != JNI_OK) return;
-        attached = true;
-        auto* floorEnv = static_cast<JNIEnv*>(threadEnv);
-        for (jint r = 0; r < rounds; ++r) {
-            idle(idleMillis);
-            const int64_t start = nowNanos();
-            if (!numericRound(floorEnv, shared, ids.numeric, calls, kAsynchronous)) {
-                thrown = carryException(floorEnv);
-                break;
-            }
-            nanos.push_back(nowNanos() - start);
-        }
-        vm->DetachCurrentThread();
-    });
-    env->DeleteGlobalRef(shared);
-    if (rethrow(env, thrown)) return nullptr;
-    if (!attached) {
-        throwIllegalState(env, "AttachCurrentThread failed");
-        return nullptr;
-    }
-    return toJava(env, nanos);
+    return floorThreadRounds(env, receiver, handles, numbers, times, qualities, errors, idleMillis, rounds, false);
 }
 
-// The floor of a whole callback: per round, one native thread (the same for all rounds and all calls,
-// as a server's callback thread) waits on its timer for `idleMillis`, as a server's thread waits for
-// its next update, then attaches to the virtual machine, makes the numeric update calls (synchronous
-// flag false) and detaches; the round's time covers the last three.
+// The floor of a whole callback (callbackFloor): the same, but the thread attaches to the virtual
+// machine within each round and detaches at its end, and the round's time covers all three, as a
+// server's callback thread is attached by the library for each callback.
 JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_callbackFloor(
     JNIEnv* env, jclass, jobject receiver, jintArray handles, jdoubleArray numbers, jlongArray times,
     jintArray qualities, jintArray errors, jint idleMillis, jint rounds) {
-    Calls calls;
-    UpdateIds ids;
-    if (!prepare(env, receiver, handles, numbers, nullptr, times, qualities, errors, &calls, &ids)) return nullptr;
-    JavaVM* vm = nullptr;
-    env->GetJavaVM(&vm);
-    jobject shared = env->NewGlobalRef(receiver);
-    if (shared == nullptr) return nullptr;
-    std::vector<int64_t> nanos;
-    nanos.reserve(static_cast<size_t>(rounds > 0 ? rounds : 0));
-    jobject thrown = nullptr;  // global: the receiver's exception, carried over to this thread
-    bool failed = false;
-    FloorThread::instance().run([&] {
-        for (jint r = 0; r < rounds && !failed && thrown == nullptr; ++r) {
-            idle(idleMillis);
-            const int64_t start = nowNanos();
-            void* attached = nullptr;
-            if (vm->AttachCurrentThread(&attached, nullptr) != JNI_OK) {
-                failed = true;
-                break;
-            }
-            auto* threadEnv = static_cast<JNIEnv*>(attached);
-            if (!numericRound(threadEnv, shared, ids.numeric, calls, kAsynchronous))
-                thrown = carryException(threadEnv);
-            vm->DetachCurrentThread();
-            nanos.push_back(nowNanos() - start);
-        }
-    });
-    env->DeleteGlobalRef(shared);
-    if (rethrow(env, thrown)) return nullptr;
-    if (failed) {
-        throwIllegalState(env, "AttachCurrentThread failed");
-        return nullptr;
-    }
-    return toJava(env, nanos);
+    return floorThreadRounds(env, receiver, handles, numbers, times, qualities, errors, idleMillis, rounds, true);
 }
 
 // The time of each of `count` attach-and-detach pairs: on a fresh native thread each (fresh true), or

@@ -16,11 +16,6 @@ using opc::support::ComPtr;
 
 namespace {
 
-template <typename I>
-I* fromHandle(jlong handle) {
-    return reinterpret_cast<I*>(static_cast<intptr_t>(handle));
-}
-
 void throwFailure(JNIEnv* env, const char* what, HRESULT hr) {
     const std::string text = std::string(what) + " failed: 0x" + [hr] {
         char digits[16];
@@ -104,14 +99,6 @@ private:
 
 constexpr int kTimeoutMs = 10000;
 constexpr DWORD kFirstTransaction = 0x5000;
-
-// The server handles of a Java int array (none for a null array).
-std::vector<OPCHANDLE> handlesOf(JNIEnv* env, jintArray serverHandles) {
-    const jsize count = serverHandles != nullptr ? env->GetArrayLength(serverHandles) : 0;
-    std::vector<OPCHANDLE> handles(static_cast<size_t>(count));
-    if (count > 0) env->GetIntArrayRegion(serverHandles, 0, count, reinterpret_cast<jint*>(handles.data()));
-    return handles;
-}
 
 }  // namespace
 

@@ -73,12 +73,10 @@ public final class BrowseBench {
         Rounds together = new Rounds("server and floor", rounds);
         for (int r = -warmup; r < rounds; r++) {
             long library = libraryBrowse(browser, da3, collected);
-            long[] server = da3 ? BenchNatives.serverBrowse(browser, BRANCH, null, 1)
-                    : BenchNatives.serverBrowseItemIds(browser, BRANCH, null, 1);
+            long[] server = serverBrowse(browser, da3, null);
             if (server[1] != elements) throw new IllegalStateException("the server gave " + server[1] + " elements");
             collected.count = 0;
-            long[] both = da3 ? BenchNatives.serverBrowse(browser, BRANCH, collected, 1)
-                    : BenchNatives.serverBrowseItemIds(browser, BRANCH, collected, 1);
+            long[] both = serverBrowse(browser, da3, collected);
             if (collected.count != elements) throw new IllegalStateException("the native loop made " + collected.count);
             collected.count = 0;
             long[] adds = BenchNatives.addFloor(collected, da3, collected.names, collected.itemIds, 1);
@@ -90,6 +88,12 @@ public final class BrowseBench {
             together.add(both[0]);
         }
         return new Rounds[] {total, serverOnly, floor, together};
+    }
+
+    /** One round of the server's browse calls from native code, with the floor's adds to the receiver if given. */
+    private static long[] serverBrowse(long browser, boolean da3, Elements receiver) {
+        return da3 ? BenchNatives.serverBrowse(browser, BRANCH, receiver, 1)
+                : BenchNatives.serverBrowseItemIds(browser, BRANCH, receiver, 1);
     }
 
     private static long libraryBrowse(long browser, boolean da3, Elements collected) {

@@ -9,8 +9,9 @@ import java.util.concurrent.locks.LockSupport;
  * OpcAsyncIo2.advise to a Java listener. Per update it times the library's delivery at the listener
  * (first to last item), reads the server's own time for the update (collecting and clearing the
  * values, without the callback), and after it runs the floor: the same update calls with the same
- * arguments from a native thread attached once, woken from its timer as the server's thread is. It also times attaching and detaching a thread,
- * which the library pays once per update on top of the item deliveries.
+ * arguments from a native thread attached once, woken from its timer as the server's thread is. It
+ * also times attaching and detaching a thread, which the library pays once per update on top of the
+ * item deliveries.
  *
  * <p>Arguments: [warm-up updates] [measured updates] [attach-and-detach pairs].
  */
