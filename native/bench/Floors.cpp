@@ -16,18 +16,29 @@ namespace {
 
 constexpr jboolean kAsynchronous = JNI_FALSE;
 
-// The calls on the calling thread. A Java exception stops the run and stays pending.
-bool numericRound(JNIEnv* env, jobject receiver, jmethodID method, const Calls& calls, jboolean synchronous) {
+// Nothing to do after an item's update call.
+struct NoStep {
+    void operator()(size_t) const {}
+};
+
+// The calls on the calling thread, each followed by afterItem(i). A Java exception stops the run and
+// stays pending.
+template <typename After = NoStep>
+bool numericRound(JNIEnv* env, jobject receiver, jmethodID method, const Calls& calls, jboolean synchronous,
+                  After afterItem = {}) {
     for (size_t i = 0; i < calls.size(); ++i) {
         env->CallVoidMethod(receiver, method, calls.handles[i], calls.numbers[i], calls.times[i], calls.qualities[i],
                             calls.errors[i], synchronous);
+        afterItem(i);
         if (env->ExceptionCheck()) return false;
     }
     return true;
 }
 
 // A Java String per item made from its UTF-16 units, as a BSTR value is, and released per item.
-bool stringRound(JNIEnv* env, jobject receiver, jmethodID method, const Calls& calls, jboolean synchronous) {
+template <typename After = NoStep>
+bool stringRound(JNIEnv* env, jobject receiver, jmethodID method, const Calls& calls, jboolean synchronous,
+                 After afterItem = {}) {
     for (size_t i = 0; i < calls.size(); ++i) {
         const std::u16string& text = calls.texts[i];
         jstring value = env->NewString(reinterpret_cast<const jchar*>(text.data()), static_cast<jsize>(text.size()));
@@ -35,6 +46,7 @@ bool stringRound(JNIEnv* env, jobject receiver, jmethodID method, const Calls& c
         env->CallVoidMethod(receiver, method, calls.handles[i], value, calls.times[i], calls.qualities[i],
                             calls.errors[i], synchronous);
         env->DeleteLocalRef(value);
+        afterItem(i);
         if (env->ExceptionCheck()) return false;
     }
     return true;
@@ -77,9 +89,11 @@ void throwIllegalState(JNIEnv* env, const char* message) {
 }
 
 // One round of update calls: numeric ones when the calls carry numbers, else string ones.
-bool updateRound(JNIEnv* env, jobject receiver, const UpdateIds& ids, const Calls& calls, jboolean synchronous) {
-    return calls.numbers.empty() ? stringRound(env, receiver, ids.string, calls, synchronous)
-                                 : numericRound(env, receiver, ids.numeric, calls, synchronous);
+template <typename After = NoStep>
+bool updateRound(JNIEnv* env, jobject receiver, const UpdateIds& ids, const Calls& calls, jboolean synchronous,
+                 After afterItem = {}) {
+    return calls.numbers.empty() ? stringRound(env, receiver, ids.string, calls, synchronous, afterItem)
+                                 : numericRound(env, receiver, ids.numeric, calls, synchronous, afterItem);
 }
 
 // The update calls of one read per round on the calling thread: numeric ones when numbers are given,
@@ -222,8 +236,8 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_stringFloor
 }
 
 // The least whole read: per round, IOPCSyncIO::Read of the handles, the floor's update calls (numeric
-// when numbers are given, else string ones made from the texts, synchronous flag true), then every value
-// cleared and both result blocks freed. Made together, the server's allocations and the calls' meet in
+// when numbers are given, else string ones made from the texts, synchronous flag true), each followed
+// by the clearing of its value, then both result blocks freed. Made together, the server's allocations and the calls' meet in
 // the caches as they do in a library's read; less the floor alone, this is the server's share.
 JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_readFloor(
     JNIEnv* env, jclass, jlong syncIo, jintArray serverHandles, jboolean fromCache, jobject receiver,
@@ -244,7 +258,13 @@ JNIEXPORT jlongArray JNICALL Java_com_velmora_opc_bench_BenchNatives_readFloor(
         HRESULT* itemErrors = nullptr;
         hr = io->Read(fromCache ? OPC_DS_CACHE : OPC_DS_DEVICE, static_cast<DWORD>(items.size()), items.data(),
                       &states, &itemErrors);
-        const bool called = FAILED(hr) || updateRound(env, receiver, ids, calls, JNI_TRUE);
+        // Each value is cleared once its update call has returned, as a read must do by its contract:
+        // clearing them all afterwards instead measured some 15 ns per string item less.
+        const bool called = FAILED(hr) || states == nullptr ||
+                            updateRound(env, receiver, ids, calls, JNI_TRUE,
+                                        [&](size_t i) {
+                                            if (i < items.size()) VariantClear(&states[i].vDataValue);
+                                        });
         for (size_t i = 0; states != nullptr && i < items.size(); ++i) VariantClear(&states[i].vDataValue);
         CoTaskMemFree(states);
         CoTaskMemFree(itemErrors);
