@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# The packaged client as a new user meets it: cli/target/opc.jar run from an empty folder with an
-# empty cache folder (XDG_CACHE_HOME), no library path and no registry setting. The first run extracts the natives into the
-# user's cache folder and registers the simulation server there; the second reuses them.
+# The packaged client as a new user meets it: cli/target/opc.jar run from an empty folder, with no
+# library path and no registry setting, and a cache folder (XDG_CACHE_HOME) that holds only another
+# jar's extraction, unused for 40 days. The first run extracts the natives into the cache folder,
+# registers the simulation server there and removes the other jar's folder; the second reuses them.
 set -uo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 jar="$root/cli/target/opc.jar"
@@ -31,7 +32,12 @@ check() {
     fi
 }
 
+# A folder that another jar extracted and nothing has used for 40 days: the first start removes it.
+stale="$tmp/cache/velmora-opc/00000000000000ff/linux-x86_64"
+mkdir -p "$stale" && touch "$stale/.lock" "$stale/libopc.so" && echo 00000000000000ff >"$stale/.complete"
+touch -d '40 days ago' "$stale/.lock" "$stale/.complete"
 check "first status" 0 '^state +running' -- status
+[ ! -e "$stale" ] || { failed=$((failed + 1)); echo "jar-test: the stale cache folder was kept" >&2; }
 ls "$tmp"/cache/velmora-opc/*/linux-x86_64/com-registry.txt >/dev/null 2>&1 ||
     { failed=$((failed + 1)); echo "jar-test: no registry in the extracted cache" >&2; }
 start=$(date +%s%N)

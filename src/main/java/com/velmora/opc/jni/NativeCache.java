@@ -5,19 +5,28 @@ import java.io.InputStream;
 import java.io.OutputStream;
 import java.nio.channels.FileChannel;
 import java.nio.channels.FileLock;
+import java.nio.channels.OverlappingFileLockException;
 import java.nio.charset.StandardCharsets;
+import java.nio.file.DirectoryStream;
 import java.nio.file.Files;
+import java.nio.file.NoSuchFileException;
 import java.nio.file.Path;
 import java.nio.file.StandardCopyOption;
 import java.nio.file.StandardOpenOption;
+import java.nio.file.attribute.FileTime;
 import java.security.MessageDigest;
 import java.security.NoSuchAlgorithmException;
+import java.time.Duration;
+import java.time.Instant;
 import java.util.ArrayList;
 import java.util.HexFormat;
 import java.util.List;
 import java.util.Locale;
+import java.util.Map;
+import java.util.concurrent.ConcurrentHashMap;
 import java.util.concurrent.TimeUnit;
 import java.util.function.Function;
+import java.util.regex.Pattern;
 
 /**
  * The native files that a jar carries under {@code natives/<platform>/}, extracted once into a
@@ -28,6 +37,11 @@ import java.util.function.Function;
  * {@code register <name>} line per COM module that the runtime beside it registers: on hosts
  * without COM the extracted {@code opc_regsvr} fills the folder's own registry with them, so the
  * simulation server is found with no setting at all.
+ *
+ * <p>A process holds a shared lock on the folder it loaded from for as long as it runs, and marks
+ * the folder used at each start. At each start the folders of other jars for the same platform that
+ * no process holds and none has used for {@link #STALE_AFTER} are removed, so that upgrades do not
+ * pile up old copies.
  */
 public final class NativeCache {
     /** System property naming the cache folder (default: the user's cache folder). */
@@ -36,6 +50,14 @@ public final class NativeCache {
     private static final String MARKER = ".complete";
     private static final String REGISTRAR = "opc_regsvr";
     private static final long REGISTER_TIMEOUT_SECONDS = 60;
+    private static final String LOCK = ".lock";
+    private static final Pattern KEY = Pattern.compile("[0-9a-f]{16}");
+
+    /** How long a cache folder of another jar stays unused before a new extraction removes it. */
+    static final Duration STALE_AFTER = Duration.ofDays(30);
+
+    /** The shared locks of the folders this process loads from, held until it exits. */
+    private static final Map<Path, FileChannel> IN_USE = new ConcurrentHashMap<>();
 
     private final Path root;
     private final String platform;
@@ -92,18 +114,33 @@ public final class NativeCache {
 
     /**
      * Extracts the files unless an earlier run did, registers the COM modules, and returns the
-     * folder. Safe against other processes doing the same at the same time.
+     * folder, held in use by this process. Safe against other processes doing the same at the same
+     * time.
      */
     Path extract() throws IOException {
         byte[] index = read(indexPath(platform));
         String key = HexFormat.of().formatHex(sha256(index), 0, 8);
         Path folder = root.resolve(key).resolve(platform);
-        if (isComplete(folder, key)) return folder;
+        // Twice at most: a folder that another process removed as stale between the check and the
+        // shared lock is extracted again.
+        for (int attempt = 0; attempt < 2; attempt++) {
+            if (!isComplete(folder, key)) fill(folder, key, index);
+            holdInUse(folder);
+            if (isComplete(folder, key)) {
+                markUsed(folder);
+                removeStale(key);
+                return folder;
+            }
+            letGo(folder);
+        }
+        throw new IOException("the natives in " + folder + " were removed while this process extracted them");
+    }
+
+    /** Extracts and registers under the folder's exclusive lock, unless another process just did. */
+    private void fill(Path folder, String key, byte[] index) throws IOException {
         Files.createDirectories(folder);
-        try (FileChannel channel = FileChannel.open(folder.resolve(".lock"), StandardOpenOption.CREATE,
-                StandardOpenOption.WRITE);
-                FileLock lock = channel.lock()) {
-            if (isComplete(folder, key)) return folder;
+        try (FileChannel channel = openLock(folder); FileLock lock = channel.lock()) {
+            if (isComplete(folder, key)) return;
             List<String> registered = new ArrayList<>();
             for (String line : new String(index, StandardCharsets.UTF_8).split("\n")) {
                 String[] field = line.trim().split(" ");
@@ -119,7 +156,106 @@ public final class NativeCache {
             Files.move(marker, folder.resolve(MARKER), StandardCopyOption.REPLACE_EXISTING,
                     StandardCopyOption.ATOMIC_MOVE);
         }
-        return folder;
+    }
+
+    private static FileChannel openLock(Path folder) throws IOException {
+        try {
+            return FileChannel.open(folder.resolve(LOCK), StandardOpenOption.CREATE, StandardOpenOption.READ,
+                    StandardOpenOption.WRITE);
+        } catch (NoSuchFileException e) {
+            // Removed as stale by another process just now: made again.
+            Files.createDirectories(folder);
+            return FileChannel.open(folder.resolve(LOCK), StandardOpenOption.CREATE, StandardOpenOption.READ,
+                    StandardOpenOption.WRITE);
+        }
+    }
+
+    /** Takes the folder's shared lock for the rest of the process, waiting out an extraction or removal. */
+    private static void holdInUse(Path folder) throws IOException {
+        if (IN_USE.containsKey(folder)) return;
+        FileChannel channel = openLock(folder);
+        try {
+            channel.lock(0, Long.MAX_VALUE, true);
+        } catch (IOException | RuntimeException e) {
+            channel.close();
+            throw e;
+        }
+        if (IN_USE.putIfAbsent(folder, channel) != null) channel.close();
+    }
+
+    /** Gives up the shared lock on a folder this process no longer loads from. */
+    static void letGo(Path folder) throws IOException {
+        FileChannel channel = IN_USE.remove(folder);
+        if (channel != null) channel.close();
+    }
+
+    /** Notes the start in the marker's time, by which unused folders are found. */
+    private static void markUsed(Path folder) {
+        try {
+            Files.setLastModifiedTime(folder.resolve(MARKER), FileTime.from(Instant.now()));
+        } catch (IOException e) {
+            // A read-only cache still serves; its folders are then never taken for unused.
+        }
+    }
+
+    /**
+     * Removes this platform's folders of other jars that no process holds and none has used for
+     * {@link #STALE_AFTER}. Whatever cannot be removed now stays for a later extraction.
+     */
+    private void removeStale(String key) {
+        Instant limit = Instant.now().minus(STALE_AFTER);
+        try (DirectoryStream<Path> keys = Files.newDirectoryStream(root)) {
+            for (Path other : keys) {
+                String name = other.getFileName().toString();
+                if (name.equals(key) || !KEY.matcher(name).matches()) continue;
+                Path folder = other.resolve(platform);
+                try {
+                    if (Files.isRegularFile(folder.resolve(LOCK)) && lastUse(folder).isBefore(limit)) {
+                        removeUnused(folder, limit);
+                    }
+                } catch (IOException | RuntimeException e) {
+                    // A file in use (a module loaded on Windows) or one that went meanwhile: left for later.
+                }
+            }
+        } catch (IOException | RuntimeException e) {
+            // The cache serves as it is.
+        }
+    }
+
+    /** The time of the folder's last start, or of its extraction when it never completed. */
+    private static Instant lastUse(Path folder) throws IOException {
+        Path marker = folder.resolve(MARKER);
+        return Files.getLastModifiedTime(Files.exists(marker) ? marker : folder.resolve(LOCK)).toInstant();
+    }
+
+    private static void removeUnused(Path folder, Instant limit) throws IOException {
+        try (FileChannel channel = FileChannel.open(folder.resolve(LOCK), StandardOpenOption.READ,
+                StandardOpenOption.WRITE)) {
+            FileLock lock;
+            try {
+                lock = channel.tryLock();
+            } catch (OverlappingFileLockException e) {
+                return;  // this process holds it
+            }
+            if (lock == null) return;  // another process holds it
+            try {
+                if (!lastUse(folder).isBefore(limit)) return;
+                // The marker first: a process that starts meanwhile extracts again rather than load a half.
+                Files.deleteIfExists(folder.resolve(MARKER));
+                try (DirectoryStream<Path> files = Files.newDirectoryStream(folder)) {
+                    for (Path file : files) {
+                        if (!file.getFileName().toString().equals(LOCK)) Files.deleteIfExists(file);
+                    }
+                }
+            } finally {
+                lock.release();
+            }
+        }
+        Files.deleteIfExists(folder.resolve(LOCK));
+        Files.deleteIfExists(folder);
+        try (DirectoryStream<Path> rest = Files.newDirectoryStream(folder.getParent())) {
+            if (!rest.iterator().hasNext()) Files.deleteIfExists(folder.getParent());
+        }
     }
 
     private static boolean isComplete(Path folder, String key) {
