@@ -10,6 +10,9 @@ import java.io.IOException;
 import java.util.List;
 import java.util.Locale;
 import java.util.concurrent.TimeUnit;
+import org.junit.jupiter.api.extension.AfterAllCallback;
+import org.junit.jupiter.api.extension.BeforeAllCallback;
+import org.junit.jupiter.api.extension.ExtensionContext;
 
 /**
  * The simulation server as a local server of its own process (opc_sim_server.exe, built beside
@@ -22,6 +25,22 @@ final class OutOfProcess {
     static final int BROWSE_PORTION = 7;
 
     private OutOfProcess() {}
+
+    /**
+     * For a test class: the server registered as a local server only while the class runs (the class
+     * skipped off Windows), then the in-process module again.
+     */
+    static final class LocalServerOnly implements BeforeAllCallback, AfterAllCallback {
+        @Override
+        public void beforeAll(ExtensionContext context) throws Exception {
+            registerLocalServerOnly();
+        }
+
+        @Override
+        public void afterAll(ExtensionContext context) throws Exception {
+            registerInProcessAgain();
+        }
+    }
 
     static boolean supported() {
         return System.getProperty("os.name").startsWith("Windows");

@@ -16,6 +16,7 @@ import java.util.*;
 import java.util.concurrent.*;
 import java.util.stream.IntStream;
 import org.junit.jupiter.api.*;
+import org.junit.jupiter.api.extension.ExtendWith;
 
 /**
  * A server process killed from this JVM while it delivers data changes and while a call is under way:
@@ -24,17 +25,8 @@ import org.junit.jupiter.api.*;
  * again (activation starts a new process).
  * Each test runs twice and leaves no task memory in the JVM.
  */
+@ExtendWith(OutOfProcess.LocalServerOnly.class)
 class OutOfProcessKillTest {
-    @BeforeAll
-    static void registerLocalServerOnly() throws Exception {
-        OutOfProcess.registerLocalServerOnly();
-    }
-
-    @AfterAll
-    static void registerInProcessAgain() throws Exception {
-        OutOfProcess.registerInProcessAgain();
-    }
-
     static void assertDisconnection(HresultException failure) {
         assertTrue(isDisconnection(failure.getHresult()),
                 () -> Integer.toHexString(failure.getHresult()) + " from " + failure.getOperation());

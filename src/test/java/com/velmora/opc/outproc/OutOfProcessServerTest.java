@@ -10,6 +10,7 @@ import com.velmora.opc.jni.client.da.*;
 import com.velmora.opc.testsupport.*;
 import java.util.*;
 import org.junit.jupiter.api.*;
+import org.junit.jupiter.api.extension.ExtendWith;
 
 /**
  * The simulation server in a process of its own (opc_sim_server.exe, registered as LocalServer32
@@ -19,17 +20,8 @@ import org.junit.jupiter.api.*;
  * twice and leaves no task memory in the JVM; the simulation server's own objects live in the other
  * process.
  */
+@ExtendWith(OutOfProcess.LocalServerOnly.class)
 class OutOfProcessServerTest {
-    @BeforeAll
-    static void registerLocalServerOnly() throws Exception {
-        OutOfProcess.registerLocalServerOnly();
-    }
-
-    @AfterAll
-    static void registerInProcessAgain() throws Exception {
-        OutOfProcess.registerInProcessAgain();
-    }
-
     @Test
     void theNativesReachTheServerInItsOwnProcess() throws Exception {
         runTwiceLeavingNoTaskMemory(this::theNativesReachTheServerInItsOwnProcessOnce);
