@@ -73,7 +73,14 @@ public final class Main implements Runnable {
             description = "work under this NT identity (with --password), or with --logon this private user")
     String user;
 
-    @Option(names = "--password", paramLabel = "PASS", scope = ScopeType.INHERIT, description = "the password of --user")
+    /** The value of --password given without one: the password is asked for. */
+    private static final String ASK = "\u0000ask";
+    /** Where the password of --user comes from when --password is left out. */
+    static final String PASSWORD_VARIABLE = "OPC_PASSWORD";
+
+    @Option(names = "--password", paramLabel = "PASS", scope = ScopeType.INHERIT, arity = "0..1", fallbackValue = ASK,
+            description = "the password of --user; without a value it is asked for (or read as the first line of"
+                    + " standard input), without the option taken from $" + PASSWORD_VARIABLE)
     String password;
 
     @Option(names = "--logon", scope = ScopeType.INHERIT,
@@ -186,7 +193,11 @@ public final class Main implements Runnable {
     private void check(CommandLine where) {
         if (json && csv) throw new ParameterException(where, "--json and --csv exclude each other");
         if (password != null && user == null) throw new ParameterException(where, "--password needs --user");
-        if (user != null && password == null) throw new ParameterException(where, "--user needs --password");
+        if (user != null && password == null) password = System.getenv(PASSWORD_VARIABLE);
+        if (user != null && password == null) {
+            throw new ParameterException(where, "--user needs --password (or $" + PASSWORD_VARIABLE + ")");
+        }
+        if (ASK.equals(password)) password = askPassword(where);
         if (logon && user == null) throw new ParameterException(where, "--logon needs --user and --password");
         if (locale != null) localeId(where);
     }
@@ -331,6 +342,29 @@ public final class Main implements Runnable {
         }
         if (ids.isEmpty()) throw new ParameterException(command, "no item given, and none on standard input");
         return ids;
+    }
+
+    /**
+     * The password of --user from the console, unechoed, or else the first line of standard input, read
+     * byte by byte so that item ids after it stay unread.
+     */
+    private String askPassword(CommandLine where) {
+        java.io.Console console = interactive ? System.console() : null;
+        if (console != null) {
+            char[] typed = console.readPassword("password of %s: ", user);
+            if (typed != null) return new String(typed);
+        } else {
+            java.io.ByteArrayOutputStream line = new java.io.ByteArrayOutputStream();
+            try {
+                for (int b; (b = in.read()) != -1 && b != '\n'; ) line.write(b);
+            } catch (java.io.IOException e) {
+                throw new UncheckedIOException("reading the password from standard input", e);
+            }
+            String text = line.toString(Charset.defaultCharset());
+            if (text.endsWith("\r")) text = text.substring(0, text.length() - 1);
+            if (!text.isEmpty()) return text;
+        }
+        throw new ParameterException(where, "--password without a value needs the password typed or on standard input");
     }
 
     static final class Version implements CommandLine.IVersionProvider {

@@ -273,6 +273,13 @@ class MainTest {
             assertTrue(lines.get(1).startsWith("  try: ") && lines.get(1).contains("leave out --"), errText());
             assertEquals(List.of(), outLines());
         }
+        // --password without a value takes the first line of standard input, and the command after it stays one.
+        assertEquals(Main.FAILED, runWithInput("secret\r\n", "--user", "operator", "--password", "--logon", "read",
+                "Simulation.Static.I4"));
+        assertTrue(errText().startsWith("opc: logging on to " + Main.DEFAULT_SERVER + " as operator: "), errText());
+        assertEquals(Main.USAGE, runWithInput("", "--user", "operator", "--password", "status"));
+        assertTrue(errText().startsWith("opc: --password without a value needs the password typed or on standard input"),
+                errText());
         assertEquals(0, SimControl.callCount("IOPCSecurityPrivate::Logon") + SimControl.callCount("IOPCSecurityNT::ChangeUser"));
     }
 
