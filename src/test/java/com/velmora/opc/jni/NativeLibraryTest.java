@@ -39,19 +39,26 @@ class NativeLibraryTest {
                 path -> jar.containsKey(path) ? new ByteArrayInputStream(jar.get(path)) : null);
 
         Path folder = natives.extract();
-        assertEquals("library", Files.readString(folder.resolve("libopc.so")));
-        Files.delete(folder.resolve("libopc.so"));
-        assertEquals(folder, natives.extract());
-        assertFalse(Files.exists(folder.resolve("libopc.so")), "a complete folder is used as it is");
+        Path other = null;
+        try {
+            assertEquals("library", Files.readString(folder.resolve("libopc.so")));
+            Files.delete(folder.resolve("libopc.so"));
+            assertEquals(folder, natives.extract());
+            assertFalse(Files.exists(folder.resolve("libopc.so")), "a complete folder is used as it is");
 
-        // Other content, another folder; a file that does not match its checksum leaves it incomplete.
-        jar.put("/natives/linux-x86_64/index", ("file " + sha256("other") + " libopc.so\n").getBytes(StandardCharsets.UTF_8));
-        IOException corrupt = assertThrows(IOException.class, natives::extract);
-        assertTrue(corrupt.getMessage().contains("checksum"), corrupt.getMessage());
-        jar.put("/natives/linux-x86_64/libopc.so", "other".getBytes(StandardCharsets.UTF_8));
-        Path other = natives.extract();
-        assertNotEquals(folder, other);
-        assertEquals("other", Files.readString(other.resolve("libopc.so")));
+            // Other content, another folder; a file that does not match its checksum leaves it incomplete.
+            jar.put("/natives/linux-x86_64/index", ("file " + sha256("other") + " libopc.so\n").getBytes(StandardCharsets.UTF_8));
+            IOException corrupt = assertThrows(IOException.class, natives::extract);
+            assertTrue(corrupt.getMessage().contains("checksum"), corrupt.getMessage());
+            jar.put("/natives/linux-x86_64/libopc.so", "other".getBytes(StandardCharsets.UTF_8));
+            other = natives.extract();
+            assertNotEquals(folder, other);
+            assertEquals("other", Files.readString(other.resolve("libopc.so")));
+        } finally {
+            // The process holds what it extracted until it exits; the temporary folder must go now.
+            NativeCache.letGo(folder);
+            if (other != null) NativeCache.letGo(other);
+        }
 
         assertEquals(java.util.Arrays.asList("linux-x86_64", "windows-x86_64", null, null),
                 java.util.Arrays.asList(NativeCache.platform("Linux", "amd64"), NativeCache.platform("Windows 11", "amd64"),
