@@ -124,7 +124,8 @@ public final class BenchNatives {
 
     /**
      * Per round: IOPCSyncIO::Read of the server handles, then the floor's update calls (numeric when
-     * values are given, else string ones from the texts; synchronous flag true), then the results freed.
+     * values are given, else string ones from the texts; synchronous flag true), each value cleared after
+     * its call, then the results freed.
      */
     public static native long[] readFloor(long syncIo, int[] serverHandles, boolean fromCache, Object receiver,
             int[] handles, double[] values, String[] texts, long[] timestamps, int[] qualities, int[] errors,

@@ -9,7 +9,6 @@ import java.nio.channels.OverlappingFileLockException;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.DirectoryStream;
 import java.nio.file.Files;
-import java.nio.file.NoSuchFileException;
 import java.nio.file.Path;
 import java.nio.file.StandardCopyOption;
 import java.nio.file.StandardOpenOption;
@@ -138,7 +137,6 @@ public final class NativeCache {
 
     /** Extracts and registers under the folder's exclusive lock, unless another process just did. */
     private void fill(Path folder, String key, byte[] index) throws IOException {
-        Files.createDirectories(folder);
         try (FileChannel channel = openLock(folder); FileLock lock = channel.lock()) {
             if (isComplete(folder, key)) return;
             List<String> registered = new ArrayList<>();
@@ -158,16 +156,11 @@ public final class NativeCache {
         }
     }
 
+    /** The folder's lock file, open; the folder is made (again, should another process just have removed it). */
     private static FileChannel openLock(Path folder) throws IOException {
-        try {
-            return FileChannel.open(folder.resolve(LOCK), StandardOpenOption.CREATE, StandardOpenOption.READ,
-                    StandardOpenOption.WRITE);
-        } catch (NoSuchFileException e) {
-            // Removed as stale by another process just now: made again.
-            Files.createDirectories(folder);
-            return FileChannel.open(folder.resolve(LOCK), StandardOpenOption.CREATE, StandardOpenOption.READ,
-                    StandardOpenOption.WRITE);
-        }
+        Files.createDirectories(folder);
+        return FileChannel.open(folder.resolve(LOCK), StandardOpenOption.CREATE, StandardOpenOption.READ,
+                StandardOpenOption.WRITE);
     }
 
     /** Takes the folder's shared lock for the rest of the process, waiting out an extraction or removal. */
