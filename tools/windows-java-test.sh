@@ -78,7 +78,9 @@ native_stacks_on_hang() {
 }
 
 # The threads of the JVM and of the simulation server that were inside one of the project's modules,
-# one line per frame: function (or offset, where the module has no symbols) and module.
+# or waiting in COM's calls, its interface registrations or a critical section (where a thread that
+# left the project's code can hold up the others), one line per frame: function (or offset, where the
+# module has no symbols) and module.
 our_native_stacks() {
     awk 'function flush() { if (hit) printf "%s\n%s", head, body; hit = 0 }
          /^Backtracing for thread/ { flush(); ours = ($0 ~ /java\.exe|opc_sim_server\.exe/); head = $0; body = ""; next }
@@ -88,7 +90,7 @@ our_native_stacks() {
              module = "?"
              if (match($0, / in [A-Za-z0-9_.]+ \(/)) module = substr($0, RSTART + 4, RLENGTH - 6)
              body = body "    " frame " in " module "\n"
-             if (module ~ /^opc/) hit = 1
+             if (module ~ /^opc/ || frame ~ /^(ClientRpcChannelBuffer_SendReceive|RpcServerUnregisterIf|RtlpWaitForCriticalSection)\+/) hit = 1
          }
          END { flush() }' "$1"
 }

@@ -13,6 +13,9 @@
 #ifdef _WIN32
 #include <objbase.h>
 
+#include "KeptRegistrations.h"
+#include "opc/opccomn.h"
+#include "opc/opcda.h"
 #include "simcontrol.h"  // generated from native/outproc/proxy/simcontrol.idl
 #endif
 
@@ -373,9 +376,11 @@ const CallbackApi remoteCallbacks = {
 const CLSID kControlClsid = {0xc2f001d4, 0xe227, 0x4e3f, {0x8e, 0xc3, 0x32, 0x61, 0x16, 0xdf, 0x4e, 0x5f}};
 const IID kControlIid = {0x28ac4aac, 0xd76a, 0x42c5, {0xbe, 0xe8, 0x2b, 0x1e, 0x8a, 0xb8, 0xd5, 0x1f}};
 
-// Keeps the multithreaded apartment, and with it the control proxy, for the life of the process.
-DWORD WINAPI keepApartment(void*) {
+// Keeps the multithreaded apartment, and with it the control proxy, for the life of the process;
+// signals `entered` once it is in.
+DWORD WINAPI keepApartment(void* entered) {
     CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    SetEvent(static_cast<HANDLE>(entered));
     Sleep(INFINITE);
     return 0;
 }
@@ -388,10 +393,29 @@ SetBrowsePortion remoteBrowsePortion() {
 }
 // Binds the control object; "" on success, else the reason.
 std::string bindRemote() {
-    if (HANDLE keeper = CreateThread(nullptr, 0, keepApartment, nullptr, 0, nullptr)) CloseHandle(keeper);
+    if (HANDLE entered = CreateEventW(nullptr, TRUE, FALSE, nullptr)) {
+        if (HANDLE keeper = CreateThread(nullptr, 0, keepApartment, entered, 0, nullptr)) {
+            WaitForSingleObject(entered, INFINITE);
+            CloseHandle(keeper);
+        }
+        CloseHandle(entered);
+    }
     const HRESULT init = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     const HRESULT hr = CoCreateInstance(kControlClsid, nullptr, CLSCTX_LOCAL_SERVER, kControlIid,
                                         reinterpret_cast<void**>(&control));
+    // The server calls back into this process, through the library's sinks, which come and go with
+    // every advice: under Wine their interfaces stay registered for the life of the process (see
+    // KeptRegistrations.h; the apartment that the keeper thread holds outlives them).
+    static const auto* kept = new opc::support::KeptRegistrations{&IID_IOPCShutdown, &IID_IOPCDataCallback};
+    (void)kept;
+    // Under Wine, the proxies of one server process share one proxy of its IRemUnknown, made by the
+    // first of them that needs it and destroyed with the last that holds it; one made on a thread while
+    // another destroys it was seen to use freed memory. A remote QueryInterface of the control proxy,
+    // held for the life of the process, makes it hold that proxy as long.
+    if (SUCCEEDED(hr)) {
+        IUnknown* none = nullptr;
+        if (SUCCEEDED(control->QueryInterface(IID_IPersist, reinterpret_cast<void**>(&none)))) none->Release();
+    }
     if (SUCCEEDED(init)) CoUninitialize();
     if (FAILED(hr)) {
         char text[96];

@@ -30,7 +30,12 @@
 #include <string>
 
 #include "ComObject.h"
+#include "KeptRegistrations.h"
+#include "opc/opccomn.h"
+#include "opc/opcda.h"
+#include "opc/opcsec.h"
 #include "sim/SimControl.h"
+#include "simcontrol.h"
 #include "SimulationControl.h"
 
 namespace {
@@ -93,26 +98,19 @@ private:
     std::atomic<DWORD> cookie_{0};
 };
 
-int serve(HANDLE ready, DWORD lifetimeMs, bool shared) {
-    if (FAILED(CoInitializeEx(nullptr, COINIT_MULTITHREADED))) return 2;
-    // The callers are this machine's own processes: no authentication, no impersonation.
-    CoInitializeSecurity(nullptr, -1, nullptr, nullptr, RPC_C_AUTHN_LEVEL_NONE, RPC_C_IMP_LEVEL_IDENTIFY, nullptr,
-                         EOAC_NONE, nullptr);
+int serveClasses(HANDLE ready, DWORD lifetimeMs, bool shared) {
     auto getClassObject = reinterpret_cast<GetClassObject>(
         reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"opc_sim.dll"), "DllGetClassObject")));
     IClassFactory* inner = nullptr;
     if (getClassObject == nullptr ||
-        FAILED(getClassObject(CLSID_VelmoraSimulation, IID_IClassFactory, reinterpret_cast<void**>(&inner)))) {
-        CoUninitialize();
+        FAILED(getClassObject(CLSID_VelmoraSimulation, IID_IClassFactory, reinterpret_cast<void**>(&inner))))
         return 2;
-    }
     auto* factory = new OneClientFactory(inner, shared);
     inner->Release();
     DWORD cookie = 0;
     if (FAILED(CoRegisterClassObject(CLSID_VelmoraSimulation, static_cast<IClassFactory*>(factory),
                                      CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE, &cookie))) {
         factory->Release();
-        CoUninitialize();
         return 2;
     }
     factory->registered(cookie);
@@ -144,6 +142,25 @@ int serve(HANDLE ready, DWORD lifetimeMs, bool shared) {
     if (control) {
         CoRevokeClassObject(controlCookie);
         control->Release();
+    }
+    return code;
+}
+
+int serve(HANDLE ready, DWORD lifetimeMs, bool shared) {
+    if (FAILED(CoInitializeEx(nullptr, COINIT_MULTITHREADED))) return 2;
+    // The callers are this machine's own processes: no authentication, no impersonation.
+    CoInitializeSecurity(nullptr, -1, nullptr, nullptr, RPC_C_AUTHN_LEVEL_NONE, RPC_C_IMP_LEVEL_IDENTIFY, nullptr,
+                         EOAC_NONE, nullptr);
+    int code;
+    {
+        // Every interface of the objects that come and go here: servers, groups, their connection
+        // points and enumerators (under Wine; see KeptRegistrations.h).
+        const opc::support::KeptRegistrations kept{
+            &IID_IOPCServer, &IID_IOPCCommon, &IID_IConnectionPointContainer, &IID_IConnectionPoint,
+            &IID_IOPCItemProperties, &IID_IOPCBrowse, &IID_IOPCBrowseServerAddressSpace, &IID_IOPCSecurityNT,
+            &IID_IOPCSecurityPrivate, &IID_IOPCItemMgt, &IID_IOPCGroupStateMgt, &IID_IOPCSyncIO,
+            &IID_IOPCAsyncIO2, &IID_IEnumString, &IID_ISimulationControl};
+        code = serveClasses(ready, lifetimeMs, shared);
     }
     CoUninitialize();
     return code;
