@@ -13,10 +13,11 @@
 #ifdef _WIN32
 #include <objbase.h>
 
-#include "KeptRegistrations.h"
-#include "opc/opccomn.h"
-#include "opc/opcda.h"
 #include "simcontrol.h"  // generated from native/outproc/proxy/simcontrol.idl
+#endif
+
+#ifdef _WIN32
+void keepCallbackRegistrations();  // TestSupport.cpp
 #endif
 
 namespace {
@@ -403,11 +404,7 @@ std::string bindRemote() {
     const HRESULT init = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     const HRESULT hr = CoCreateInstance(kControlClsid, nullptr, CLSCTX_LOCAL_SERVER, kControlIid,
                                         reinterpret_cast<void**>(&control));
-    // The server calls back into this process, through the library's sinks, which come and go with
-    // every advice: under Wine their interfaces stay registered for the life of the process (see
-    // KeptRegistrations.h; the apartment that the keeper thread holds outlives them).
-    static const auto* kept = new opc::support::KeptRegistrations{&IID_IOPCShutdown, &IID_IOPCDataCallback};
-    (void)kept;
+    keepCallbackRegistrations();
     // Under Wine, the proxies of one server process share one proxy of its IRemUnknown, made by the
     // first of them that needs it and destroyed with the last that holds it; one made on a thread while
     // another destroys it was seen to use freed memory. A remote QueryInterface of the control proxy,

@@ -9,6 +9,11 @@
 #endif
 
 #include "ComObject.h"
+#ifdef _WIN32
+#include "KeptRegistrations.h"
+#include "opc/opccomn.h"
+#include "opc/opcda.h"
+#endif
 
 #include <atomic>
 #include <mutex>
@@ -147,7 +152,23 @@ long long LedgerLiveCount(int kind) {
 
 }  // namespace
 
+#ifdef _WIN32
+// A server in another process calls back into this one through the library's sinks, which come and go
+// with every advice: under Wine their interfaces stay registered for the life of the process (see
+// KeptRegistrations.h). Needs an apartment that lives as long, on the calling thread or kept elsewhere.
+void keepCallbackRegistrations() {
+    static const auto* kept = new opc::support::KeptRegistrations{&IID_IOPCShutdown, &IID_IOPCDataCallback};
+    (void)kept;
+}
+#endif
+
 extern "C" {
+
+JNIEXPORT void JNICALL Java_com_velmora_opc_testsupport_TestSupport_keepCallbackRegistrations(JNIEnv*, jclass) {
+#ifdef _WIN32
+    keepCallbackRegistrations();
+#endif
+}
 
 // Live blocks of the kind, or -1 where the platform cannot count that kind.
 JNIEXPORT jlong JNICALL Java_com_velmora_opc_testsupport_TestSupport_ledgerLiveCount(JNIEnv*, jclass, jint kind) {

@@ -54,6 +54,7 @@ final class OutOfProcess {
         setLocalServerCommand(server.getPath() + " --browse-portion " + BROWSE_PORTION);
         OpcEnv.initThread();
         OpcEnv.initEnv();
+        TestSupport.keepCallbackRegistrations();
     }
 
     static void setLocalServerCommand(String command) throws Exception {

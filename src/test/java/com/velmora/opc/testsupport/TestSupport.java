@@ -35,6 +35,13 @@ public final class TestSupport {
      */
     public static native long ledgerLiveCount(int kind);
 
+    /**
+     * Under Wine, keeps the interfaces of the library's callback sinks registered for COM's calls from
+     * other processes for the life of the JVM (Wine can hang when it unregisters one); once is enough.
+     * Elsewhere it does nothing. Needs the calling thread initialised for COM, or the apartment kept.
+     */
+    public static native void keepCallbackRegistrations();
+
     /** The Wine version when the JVM runs under Wine, else null. */
     public static native String wineVersion();
 
