@@ -153,13 +153,14 @@ int serve(HANDLE ready, DWORD lifetimeMs, bool shared) {
                          EOAC_NONE, nullptr);
     int code;
     {
-        // Every interface of the objects that come and go here: servers, groups, their connection
-        // points and enumerators (under Wine; see KeptRegistrations.h).
+        // Every interface of the objects that come and go here: the class objects (each activation
+        // exports one anew), servers, groups, their connection points and enumerators (under Wine;
+        // see KeptRegistrations.h).
         const opc::support::KeptRegistrations kept{
-            &IID_IOPCServer, &IID_IOPCCommon, &IID_IConnectionPointContainer, &IID_IConnectionPoint,
-            &IID_IOPCItemProperties, &IID_IOPCBrowse, &IID_IOPCBrowseServerAddressSpace, &IID_IOPCSecurityNT,
-            &IID_IOPCSecurityPrivate, &IID_IOPCItemMgt, &IID_IOPCGroupStateMgt, &IID_IOPCSyncIO,
-            &IID_IOPCAsyncIO2, &IID_IEnumString, &IID_ISimulationControl};
+            &IID_IUnknown, &IID_IClassFactory, &IID_IOPCServer, &IID_IOPCCommon, &IID_IConnectionPointContainer,
+            &IID_IConnectionPoint, &IID_IOPCItemProperties, &IID_IOPCBrowse, &IID_IOPCBrowseServerAddressSpace,
+            &IID_IOPCSecurityNT, &IID_IOPCSecurityPrivate, &IID_IOPCItemMgt, &IID_IOPCGroupStateMgt,
+            &IID_IOPCSyncIO, &IID_IOPCAsyncIO2, &IID_IEnumString, &IID_ISimulationControl};
         code = serveClasses(ready, lifetimeMs, shared);
     }
     CoUninitialize();
