@@ -52,8 +52,6 @@ public:
         }
     }
 
-    size_t kept() const { return streams_.size(); }
-
     static bool underWine() {
         const HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
         return ntdll != nullptr && GetProcAddress(ntdll, "wine_get_version") != nullptr;

@@ -157,8 +157,8 @@ long long LedgerLiveCount(int kind) {
 // with every advice: under Wine their interfaces stay registered for the life of the process (see
 // KeptRegistrations.h). Needs an apartment that lives as long, on the calling thread or kept elsewhere.
 void keepCallbackRegistrations() {
-    static const auto* kept = new opc::support::KeptRegistrations{&IID_IOPCShutdown, &IID_IOPCDataCallback};
-    (void)kept;
+    [[maybe_unused]] static const auto* kept =
+        new opc::support::KeptRegistrations{&IID_IOPCShutdown, &IID_IOPCDataCallback};
 }
 #endif
 

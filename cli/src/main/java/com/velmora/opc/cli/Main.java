@@ -7,6 +7,9 @@ import com.velmora.opc.client.OpcServer;
 import com.velmora.opc.client.SecurityResult;
 import com.velmora.opc.jni.HresultException;
 import java.io.BufferedReader;
+import java.io.ByteArrayOutputStream;
+import java.io.Console;
+import java.io.IOException;
 import java.io.InputStream;
 import java.io.InputStreamReader;
 import java.io.PrintStream;
@@ -337,7 +340,7 @@ public final class Main implements Runnable {
                 String id = text.strip();
                 if (!id.isEmpty() && !id.startsWith("#")) ids.add(id);
             }
-        } catch (java.io.IOException e) {
+        } catch (IOException e) {
             throw new UncheckedIOException("reading item ids from standard input", e);
         }
         if (ids.isEmpty()) throw new ParameterException(command, "no item given, and none on standard input");
@@ -349,15 +352,15 @@ public final class Main implements Runnable {
      * byte by byte so that item ids after it stay unread.
      */
     private String askPassword(CommandLine where) {
-        java.io.Console console = interactive ? System.console() : null;
+        Console console = interactive ? System.console() : null;
         if (console != null) {
             char[] typed = console.readPassword("password of %s: ", user);
             if (typed != null) return new String(typed);
         } else {
-            java.io.ByteArrayOutputStream line = new java.io.ByteArrayOutputStream();
+            ByteArrayOutputStream line = new ByteArrayOutputStream();
             try {
                 for (int b; (b = in.read()) != -1 && b != '\n'; ) line.write(b);
-            } catch (java.io.IOException e) {
+            } catch (IOException e) {
                 throw new UncheckedIOException("reading the password from standard input", e);
             }
             String text = line.toString(Charset.defaultCharset());
