@@ -6,7 +6,8 @@
 #   wine_prefix DIR            # WINEPREFIX=DIR (headless, 64-bit), created on first use; wineserver
 #                              # is stopped when the calling script exits
 #   wine_path UNIX_PATH        # prints the Windows form (Z:\...)
-#   wine_register MODULE.dll   # regsvr32 /s of the module in the prefix; fails with its output
+#   wine_register MODULE.dll   # regsvr32 /s of the module in the prefix, tried twice; fails with
+#                              # its output and exit codes
 #
 # wine64 is $WINE64 afterwards (Debian keeps it off the PATH; $OPC_WINE64 chooses another).
 
@@ -47,7 +48,19 @@ wine_prefix() {
 wine_path() { "$WINE64" winepath -w "$1" 2>/dev/null | tr -d '\r'; }
 
 wine_register() {
-    local out
-    out=$("$WINE64" regsvr32 /s "$(wine_path "$1")" 2>&1) ||
-        { echo "$out" >&2; echo "wine: regsvr32 $1 failed" >&2; return 1; }
+    local out status
+    out=$("$WINE64" regsvr32 /s "$(wine_path "$1")" 2>&1) && return 0
+    status=$?
+    # Once, in CI, a registration that had always passed failed silently right after a JVM had ended,
+    # and passed when run by hand: a second try after a pause, said aloud, before giving up.
+    sleep 2
+    out=$("$WINE64" regsvr32 /s "$(wine_path "$1")" 2>&1)
+    local again=$?
+    if [ "$again" -eq 0 ]; then
+        echo "wine: regsvr32 $1 failed (exit $status), then passed on a second try" >&2
+        return 0
+    fi
+    echo "$out" >&2
+    echo "wine: regsvr32 $1 failed (exit $status, then $again)" >&2
+    return 1
 }
